@@ -1,0 +1,39 @@
+#include <stdlib.h>
+
+#include "frame/memory.h"
+#include "frame/platform.h"
+
+namespace zva {
+
+alloc_funcs alloc_table = {malloc, calloc, realloc, free};
+
+// The module exports four variables that each hold a function pointer.
+void attach_allocator() {
+    alloc_table = {malloc, calloc, realloc, free};
+    void* module = plat_load_module("libzmalloc.dll");
+    if (!module) return;
+    void* const* vars[4] = {
+        (void* const*)plat_module_symbol(module, "z_malloc_dll"),
+        (void* const*)plat_module_symbol(module, "z_calloc_dll"),
+        (void* const*)plat_module_symbol(module, "z_realloc_dll"),
+        (void* const*)plat_module_symbol(module, "z_free_dll")};
+    for (void* const* v : vars) {
+        if (!v || !*v) {
+            plat_free_module(module);
+            return;
+        }
+    }
+    // Adopted: the module stays loaded for as long as the library is.
+    alloc_table.malloc = (void* (*)(size_t)) * vars[0];
+    alloc_table.calloc = (void* (*)(size_t, size_t)) * vars[1];
+    alloc_table.realloc = (void* (*)(void*, size_t)) * vars[2];
+    alloc_table.free = (void (*)(void*)) * vars[3];
+}
+
+namespace {
+// The load-time step: choosing the allocator is all the library does before
+// its first call.
+__attribute__((constructor)) void library_attach() { attach_allocator(); }
+}  // namespace
+
+}  // namespace zva

@@ -1,0 +1,34 @@
+// Processor detection and the branch decision.
+#pragma once
+#include <cstdint>
+
+namespace zva {
+
+// One CPUID/XGETBV source for the whole library; tests replace it to
+// simulate processors this machine is not.
+struct cpuid_regs { uint32_t eax, ebx, ecx, edx; };
+struct cpu_source {
+    bool (*has_cpuid)();
+    void (*cpuid)(uint32_t leaf, uint32_t subleaf, cpuid_regs* out);
+    uint64_t (*xgetbv)(uint32_t xcr);
+};
+
+void cpu_cpuid(uint32_t leaf, uint32_t subleaf, uint32_t* eax, uint32_t* ebx,
+               uint32_t* ecx, uint32_t* edx);
+int cpu_is_primary_vendor();
+uint64_t cpu_read_features();
+uint64_t cpu_feature_word();
+int cpu_branch();
+int cpu_microarch();
+void cpu_cache_sizes(int32_t* out);
+int cpu_cache_size(int level);
+int cpu_has_sse41();
+int cpu_other_vendor_avx();
+int cpu_l2_class();
+
+}  // namespace zva
+
+namespace zva {
+// Replaces the CPUID/XGETBV source (tests only; call before any query).
+void cpu_set_source(const cpu_source* src);
+}  // namespace zva
