@@ -48,10 +48,8 @@ template <class R, class... A> struct frame_of<R(A...)> {
     template <bool Checked, chk Check, fn Target, point_id Id>
     [[gnu::always_inline]] static inline R run(A... a) {
         if constexpr (Checked) {
-            if constexpr (Check == nullptr)
-                route_unbuilt(point_names[Id], "argument checker");
-            else if (Check(a...))
-                return R();
+            static_assert(Check != nullptr, "a checked route needs its checker");
+            if (Check(a...)) return R();
         }
         if constexpr (Target == nullptr)
             route_unbuilt(point_names[Id], "driver");

@@ -1,6 +1,9 @@
 // What each export runs: its checker, then its threaded driver or its main
 // dispatch point.  Null entries are parts not built yet.
 #pragma once
+#include <type_traits>
+
+#include "frame/check_table.h"
 #include "frame/dispatch.h"
 #include "level1/drivers.h"
 
@@ -33,6 +36,14 @@ inline constexpr driver_table drivers = [] {
     return t;
 }();
 
-inline constexpr checker_table checkers = {};
+inline constexpr checker_table checkers = [] {
+    checker_table t;
+#define ZVA_CHECKER_ENTRY(N, family)                                           \
+    t.N = &checker<std::remove_pointer_t<decltype(driver_table::N)>,           \
+                   checks::family, pid_##N>::run;
+    ZVA_CHECKED(ZVA_CHECKER_ENTRY)
+#undef ZVA_CHECKER_ENTRY
+    return t;
+}();
 
 }  // namespace zva
