@@ -39,3 +39,32 @@ inline int test_branch() {
 
 struct cfloat { float re, im; };
 struct cdouble { double re, im; };
+
+// Pushes n words, last first, calls fn and returns the bytes the callee
+// left on the stack: 0 for stdcall.  The stack is misaligned on purpose:
+// the exports must cope with a 4-byte aligned caller.
+inline int bytes_left_after_call(void* fn, const uint32_t* w, int n) {
+    int removed_short;
+    asm volatile(
+        "mov %[n], %%ecx\n\t"
+        "mov %%esp, %%esi\n\t"
+        "sub $4, %%esp\n\t"  // a caller whose stack is only 4-byte aligned
+        "1:\n\t"
+        "test %%ecx, %%ecx\n\t"
+        "jz 2f\n\t"
+        "push -4(%[w],%%ecx,4)\n\t"
+        "dec %%ecx\n\t"
+        "jmp 1b\n\t"
+        "2:\n\t"
+        "call *%[fn]\n\t"
+        "mov %%esi, %%eax\n\t"
+        "sub %%esp, %%eax\n\t"
+        "sub $4, %%eax\n\t"
+        "mov %%esi, %%esp\n\t"
+        : "=&a"(removed_short), [w] "+d"(w)  // edx does not survive the call
+        : [fn] "D"(fn), [n] "m"(n)
+        : "ecx", "esi", "memory", "cc", "xmm0", "xmm1", "xmm2", "xmm3",
+          "xmm4", "xmm5", "xmm6", "xmm7");
+    return removed_short;
+}
+
