@@ -27,4 +27,23 @@ unsigned long plat_thread_locale();
 // A short pause inside a spin loop.
 void plat_pause();
 
+// Thread-local storage: a slot number valid for every thread, each thread
+// seeing its own value (0 until it sets one).  plat_tls_invalid when no
+// slot can be had.
+constexpr uint32_t plat_tls_invalid = 0xFFFFFFFFu;
+uint32_t plat_tls_alloc();
+uintptr_t plat_tls_get(uint32_t slot);
+void plat_tls_set(uint32_t slot, uintptr_t value);
+// The operating system's identifier of the calling thread.
+uint32_t plat_thread_id();
+
+// Processor masks of the first 32 logical processors: the processors this
+// process may run on, and those the system has.  False when unknown.
+bool plat_affinity_masks(uint32_t* process_mask, uint32_t* system_mask);
+// Pins the calling thread to the processors of mask; returns the previous
+// mask, or 0 when the pin is refused.
+uint32_t plat_set_thread_affinity(uint32_t mask);
+// Gives up the rest of the time slice.
+void plat_yield();
+
 }  // namespace zva
