@@ -1,6 +1,7 @@
 // The allocator chosen when the library is loaded.
 #pragma once
 #include <stddef.h>
+#include <stdint.h>
 
 namespace zva {
 
@@ -16,5 +17,18 @@ struct alloc_funcs {
 extern alloc_funcs alloc_table;
 
 void attach_allocator();
+
+}  // namespace zva
+
+namespace zva {
+
+// Aligned work memory.  Each thread keeps up to five blocks that later
+// requests reuse without calling the allocator.  alignment: a power of two
+// of at least 64 is kept, anything else means 64.  Null when no memory.
+void* scratch_alloc(uint32_t size, int32_t alignment);
+void scratch_free(void* p);
+// The same without the per-thread cache.
+void* scratch_alloc_direct(uint32_t size, int32_t alignment);
+void scratch_free_direct(void* p);
 
 }  // namespace zva

@@ -1,11 +1,39 @@
 #include "level1/drivers.h"
 
+#include <omp.h>
+
+#include "level1/threading.h"
+
 namespace zva {
 
-// One thread for now: the whole vector goes to the branch kernel.
+namespace {
+template <class T> constexpr const l1_limits* axpy_row = nullptr;
+template <> constexpr const l1_limits* axpy_row<float> = &l1_rows::saxpy;
+template <> constexpr const l1_limits* axpy_row<double> = &l1_rows::daxpy;
+template <> constexpr const l1_limits* axpy_row<c32> = &l1_rows::caxpy;
+}  // namespace
+
+// Above its size limits the vector is cut among a team; every thread calls
+// the branch kernel on its own slice.  A smaller team than asked for still
+// covers the vector, since the split counts the threads that came.
 template <class T>
 void axpy_driver(I n, const T* alpha, const T* x, I incx, T* y, I incy) {
-    axpy_point<T>(n, alpha, x, incx, y, incy);
+    int t;
+    if constexpr (sizeof(T) == 16) t = l1_threads_z(2000, *n, *incx, *incy);
+    else t = l1_threads(*axpy_row<T>, *n, *incx, *incy);
+    if (t <= 1) {
+        axpy_point<T>(n, alpha, x, incx, y, incy);
+        return;
+    }
+#pragma omp parallel num_threads(t)
+    {
+        int team = omp_get_num_threads(), k = omp_get_thread_num();
+        l1_slice s = l1_split(*n, team, k);
+        if (k < team) {
+            axpy_point<T>(&s.count, alpha, x + l1_offset(*n, *incx, s), incx,
+                          y + l1_offset(*n, *incy, s), incy);
+        }
+    }
 }
 
 template void axpy_driver<float>(I, const float*, const float*, I, float*, I);

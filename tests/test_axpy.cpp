@@ -3,6 +3,7 @@
 // rounding of each element is fixed per branch and path, so results are
 // compared bit for bit with the formulas the kernels promise.
 #include <math.h>
+#include <omp.h>
 #include <string.h>
 
 #include <vector>
@@ -58,9 +59,12 @@ template <class T> constexpr bool is_complex = sizeof(T) == 2 * sizeof(decltype(
 template <> constexpr bool is_complex<float> = false;
 template <> constexpr bool is_complex<double> = false;
 
-// Forms a branch may use for one element; `unit` is the incx = incy = 1 call.
-template <class T> std::vector<form> forms(int branch, bool unit) {
+// Forms a branch may use for one element.  The unit-stride path, where
+// vector code meets scalar ends, is taken for incx = incy = 1, and on branch
+// 2 also for incx = incy = -1.
+template <class T> std::vector<form> forms(int branch, int incx, int incy) {
     bool single = sizeof(T) == 4 || (sizeof(T) == 8 && is_complex<T>);
+    bool unit = incx == incy && (incx == 1 || (branch == 2 && incx == -1));
     if constexpr (!is_complex<T>) {
         if (branch == 7) return {fused};
         if (branch == 2 && single) return unit ? std::vector<form>{sep, x87} : std::vector<form>{x87};
@@ -150,7 +154,7 @@ template <class T> void check(int n, T alpha, int incx, int incy, int xo, int yo
     // Where two forms are allowed (x87 ends around a vector middle), each
     // element must match one of them.
     std::vector<std::vector<T>> wants;
-    for (form f : forms<T>(branch, incx == 1 && incy == 1)) wants.push_back(reference(f));
+    for (form f : forms<T>(branch, incx, incy)) wants.push_back(reference(f));
     for (int i = 0; i < ly + 2 * guard; ++i) {
         bool ok = false;
         for (auto& w : wants) ok = ok || same_el(yg[i], w[i]);
@@ -206,4 +210,24 @@ TEST(Axpy, NegativeUnitStridesPairLikePositive) {
     f(&n, &a, x, &one, y1, &one);
     f(&n, &a, x, &minus, y2, &minus);
     EXPECT_EQ(0, memcmp(y1, y2, sizeof y1));
+}
+
+// Above the size limits the vector is cut among threads (branches 4, 5 and
+// 6 fork; run with ZVA_DYNAMIC=FALSE so that the OpenMP count is used as
+// given).  Every element keeps the rounding of its branch, so one and two
+// threads agree bit for bit with the reference and with each other.
+TEST(AxpyThreads, SlicesKeepTheBits) {
+    const int sizes[] = {2001, 2501, 4000, 4001, 4097, 6007, 15001, 20011};
+    const int incs[][2] = {{1, 1}, {-1, -1}, {2, -3}, {-1, 2}};
+    for (int threads : {1, 2}) {
+        omp_set_num_threads(threads);
+        for (int n : sizes) {
+            for (auto& inc : incs) {
+                check<float>(n, 0.7f, inc[0], inc[1], 4, 0);
+                check<double>(n, -1.3, inc[0], inc[1], 8, 0);
+                check<cfloat>(n, make<cfloat>(0.5, -1.25), inc[0], inc[1], 8, 0);
+                check<cdouble>(n, make<cdouble>(-0.75, 2.5), inc[0], inc[1], 16, 0);
+            }
+        }
+    }
 }

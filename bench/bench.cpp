@@ -1,0 +1,736 @@
+// zva_bench: speed and agreement of zva against OpenBLAS and the reference
+// BLAS.
+//
+// Every cell (operation, size, threads, branch) runs in a child made by
+// fork() before any library is loaded: zva, the OpenMP runtime and OpenBLAS
+// read their environment once, at their first use, so each cell needs a
+// fresh process, and a routine that aborts then loses only its own cell.
+// fork() without exec also works unchanged under qemu-i386.
+//
+// New operations are rows of the table `ops` below.
+#include <dlfcn.h>
+#include <errno.h>
+#include <math.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#ifndef ZVA_BENCH_LIB
+#define ZVA_BENCH_LIB "libzva_m.so"
+#endif
+
+#define STDCALL __attribute__((stdcall))
+
+namespace {
+
+// ---------------------------------------------------------------- libraries
+
+enum { L_ZVA, L_OBL, L_REF, NLIB };
+const char* const lib_label[NLIB] = {"zva", "OpenBLAS", "ref"};
+const char* lib_path[NLIB] = {
+    ZVA_BENCH_LIB,
+    // Opened by its own name: libblas.so.3 of that folder binds to
+    // whichever OpenBLAS variant the process loaded first.
+    "/usr/lib/i386-linux-gnu/openblas-pthread/libopenblas.so.0",
+    "/usr/lib/i386-linux-gnu/blas/libblas.so.3",
+};
+void* lib_handle[NLIB];
+const char* lib_error[NLIB];
+
+void load_libraries(int threads) {
+    for (int l = 0; l < NLIB; ++l) {
+        lib_handle[l] = nullptr;
+        if (!*lib_path[l]) continue;
+        // Local binding: the peers export the same Fortran names.
+        lib_handle[l] = dlopen(lib_path[l], RTLD_NOW | RTLD_LOCAL);
+        if (!lib_handle[l]) lib_error[l] = strdup(dlerror());
+    }
+    if (void* obl = lib_handle[L_OBL]) {
+        typedef void (*set_fn)(int);
+        typedef int (*get_fn)();
+        if (auto set = (set_fn)dlsym(obl, "openblas_set_num_threads")) set(threads);
+        auto get = (get_fn)dlsym(obl, "openblas_get_num_threads");
+        if (get && get() != threads)
+            fprintf(stderr, "zva_bench: OpenBLAS runs %d threads, not %d\n",
+                    get(), threads);
+    }
+}
+
+// ---------------------------------------------------------------- operands
+
+struct Case {
+    int n;
+    void* buf[4];                 // operands; freed by the driver
+    alignas(16) double scal[4];   // scalars, complex ones as pairs
+};
+
+void* bench_alloc(size_t bytes) {
+    void* p = nullptr;
+    if (posix_memalign(&p, 64, bytes ? bytes : 64) != 0) return nullptr;
+    return p;
+}
+
+// The same numbers for every library and every run: 0.5 <= |v| < 1 with a
+// hashed sign and mantissa, built from bits, since a filler in floating
+// point would cost more than the calls under an emulator.
+inline uint32_t hash(uint32_t i, uint32_t seed) {
+    uint32_t h = (i + seed * 0x9E3779B9u) * 2654435761u;
+    return h ^ (h >> 15);
+}
+inline void fill(float* v, size_t len, uint32_t seed) {
+    for (size_t i = 0; i < len; ++i) {
+        uint32_t h = hash((uint32_t)i, seed);
+        uint32_t b = (h & 0x80000000u) | (126u << 23) | (h & 0x7FFFFFu);
+        memcpy(&v[i], &b, 4);
+    }
+}
+inline void fill(double* v, size_t len, uint32_t seed) {
+    for (size_t i = 0; i < len; ++i) {
+        uint32_t h = hash((uint32_t)i, seed);
+        uint64_t b = ((uint64_t)(h & 0x80000000u) << 32) | (1022ull << 52) |
+                     ((uint64_t)(h & 0x7FFFFFFFu) << 21);
+        memcpy(&v[i], &b, 8);
+    }
+}
+
+// Odd elements weigh twice, so that exchanged real and imaginary parts show.
+template <class R> double checksum_of(const R* v, size_t len) {
+    double even = 0, odd = 0;
+    size_t i = 0;
+    for (; i + 1 < len; i += 2) even += (double)v[i], odd += (double)v[i + 1];
+    if (i < len) even += (double)v[i];
+    return even + 2 * odd;
+}
+
+// Largest difference from the base output, relative to the base's largest
+// magnitude: element by element, since a sum hides a few wrong elements.
+template <class R> double rel_diff(const R* v, const R* base, size_t len) {
+    R d = 0, m = 0;
+    for (size_t i = 0; i < len; ++i) {
+        R e = v[i] > base[i] ? v[i] - base[i] : base[i] - v[i];
+        if (!(e <= d)) {
+            if (e != e && base[i] == base[i]) return INFINITY;
+            if (e == e) d = e;
+        }
+        R a = base[i] < 0 ? -base[i] : base[i];
+        if (a > m) m = a;
+    }
+    return d == 0 ? 0 : m > 0 ? (double)d / (double)m : INFINITY;
+}
+
+// ---------------------------------------------------------------- operations
+
+struct Op {
+    const char* name;
+    char type;                    // S, D, C or Z: the element type
+    const char* zva_sym;          // decorated stdcall export
+    const char* peer_sym;         // Fortran (cdecl) name in the peers
+    double (*flops)(double n);
+    double (*bytes)(double n);    // nullptr where compute-bound
+    bool (*setup)(Case&);         // allocate; fill the inputs that stay fixed
+    void (*reset)(Case&);         // refill the outputs before a checked call
+    void (*call_zva)(void* fn, Case&);
+    void (*call_peer)(void* fn, Case&);
+    // The output that is checked, as a count of reals (two per complex).
+    void (*result)(const Case&, const void** out, size_t* nreal);
+};
+
+const int one = 1;
+
+// y += alpha x; C = 2 for complex elements.  buf: x, y.
+template <class R, int C> struct axpy {
+    typedef void(STDCALL* zfn)(const int*, const R*, const R*, const int*, R*,
+                               const int*);
+    typedef void (*pfn)(const int*, const R*, const R*, const int*, R*,
+                        const int*);
+    static size_t len(const Case& c) { return (size_t)c.n * C; }
+    static double flops(double n) { return (C == 1 ? 2.0 : 8.0) * n; }
+    // Read x and y, write y.
+    static double bytes(double n) { return 3.0 * n * C * sizeof(R); }
+    static R* alpha(Case& c) { return (R*)c.scal; }
+    static bool setup(Case& c) {
+        c.buf[0] = bench_alloc(len(c) * sizeof(R));
+        c.buf[1] = bench_alloc(len(c) * sizeof(R));
+        if (!c.buf[0] || !c.buf[1]) return false;
+        fill((R*)c.buf[0], len(c), 1);
+        alpha(c)[0] = (R)0.75;
+        if (C == 2) alpha(c)[1] = (R)-0.5;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[1], len(c), 2); }
+    static void call_zva(void* f, Case& c) {
+        ((zfn)f)(&c.n, alpha(c), (R*)c.buf[0], &one, (R*)c.buf[1], &one);
+    }
+    static void call_peer(void* f, Case& c) {
+        ((pfn)f)(&c.n, alpha(c), (R*)c.buf[0], &one, (R*)c.buf[1], &one);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[1];
+        *nreal = len(c);
+    }
+};
+
+#define ROW(name, type, zsym, psym, ...)                                     \
+    {name, type, zsym, psym, __VA_ARGS__::flops, __VA_ARGS__::bytes,         \
+     __VA_ARGS__::setup, __VA_ARGS__::reset, __VA_ARGS__::call_zva,          \
+     __VA_ARGS__::call_peer, __VA_ARGS__::result}
+
+const Op ops[] = {
+    ROW("daxpy", 'D', "_DAXPY@24", "daxpy_", axpy<double, 1>),
+    ROW("saxpy", 'S', "_SAXPY@24", "saxpy_", axpy<float, 1>),
+    ROW("caxpy", 'C', "_CAXPY@24", "caxpy_", axpy<float, 2>),
+    ROW("zaxpy", 'Z', "_ZAXPY@24", "zaxpy_", axpy<double, 2>),
+};
+const int nops = sizeof ops / sizeof ops[0];
+
+// ---------------------------------------------------------------- options
+
+const int max_list = 32;
+struct Options {
+    int op[max_list], nop = 0;
+    int size[max_list], nsize = 0;
+    int thr[max_list], nthr = 0;
+    int br[max_list], nbr = 0;    // 0 = the library's own choice
+    int rounds = 3;
+    double min_time = 0.020;      // seconds per measurement
+    double budget = 1.0;          // seconds of timed calls per library and cell
+    bool child = false;
+} opt;
+
+double now() {
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return (double)t.tv_sec + 1e-9 * (double)t.tv_nsec;
+}
+
+const char* branch_label(int b) {
+    static char s[8];
+    if (b == 0) return "def";
+    snprintf(s, sizeof s, "%d", b);
+    return s;
+}
+
+// ---------------------------------------------------------------- one cell
+
+double time_calls(const Op& op, int lib, void* fn, Case& c, long reps) {
+    void (*call)(void*, Case&) = lib == L_ZVA ? op.call_zva : op.call_peer;
+    double t0 = now();
+    for (long r = 0; r < reps; ++r) call(fn, c);
+    return now() - t0;
+}
+
+void print_cell_head(const Op& op, int n, int threads, const char* branch) {
+    printf("%-6s %9d %3d %-4s", op.name, n, threads, branch);
+}
+
+void print_value(double v) {
+    if (v > 0 && isfinite(v))
+        printf(" %9.4g", v);
+    else
+        printf(" %9s", "-");
+}
+
+bool single(const Op& op) { return op.type == 'S' || op.type == 'C'; }
+
+// The branches of one (operation, size, threads) differ only in zva.  When
+// the peers' calls are long (ten times the least time), the first cell of
+// the group leaves their results here and the base output in `store_fd`,
+// and the other branches take them instead of spending minutes under an
+// emulator on the same numbers.
+struct PeerStore {
+    int valid;
+    char branch[8];
+    int base;
+    bool have[NLIB];
+    double best[NLIB], sum[NLIB];
+    size_t bytes;
+};
+PeerStore* store;    // shared by the children; nullptr: no reuse
+int store_fd = -1;
+
+bool write_all(int fd, const void* p, size_t bytes) {
+    if (ftruncate(fd, 0) != 0) return false;
+    for (size_t done = 0; done < bytes;) {
+        ssize_t w = pwrite(fd, (const char*)p + done, bytes - done, (off_t)done);
+        if (w <= 0) return false;
+        done += (size_t)w;
+    }
+    return true;
+}
+
+bool read_all(int fd, void* p, size_t bytes) {
+    for (size_t done = 0; done < bytes;) {
+        ssize_t r = pread(fd, (char*)p + done, bytes - done, (off_t)done);
+        if (r <= 0) return false;
+        done += (size_t)r;
+    }
+    return true;
+}
+
+// Runs in the cell's own process, the libraries already loaded.
+void run_cell(const Op& op, int n, int threads, const char* branch) {
+    void* fn[NLIB] = {};
+    for (int l = 0; l < NLIB; ++l)
+        if (lib_handle[l])
+            fn[l] = dlsym(lib_handle[l], l == L_ZVA ? op.zva_sym : op.peer_sym);
+    bool reuse = store && store->valid;
+    bool have[NLIB];
+    for (int l = 0; l < NLIB; ++l) have[l] = fn[l] != nullptr;
+    if (reuse)
+        for (int l = L_OBL; l < NLIB; ++l) have[l] = store->have[l], fn[l] = nullptr;
+    // The base of the check: the reference BLAS, or OpenBLAS without it.
+    int base = have[L_REF] ? L_REF : have[L_OBL] ? L_OBL : -1;
+    size_t elsize = single(op) ? sizeof(float) : sizeof(double);
+
+    Case c = {};
+    c.n = n;
+    void* saved = nullptr;
+    size_t saved_bytes = 0;
+    const char* fail = op.setup(c) ? nullptr : "out of memory";
+    if (!fail && base >= 0) {
+        const void* p;
+        size_t len;
+        op.result(c, &p, &len);
+        saved_bytes = len * elsize;
+        if (!(saved = bench_alloc(saved_bytes))) fail = "out of memory";
+        else if (reuse && (store->bytes != saved_bytes ||
+                           !read_all(store_fd, saved, saved_bytes)))
+            fail = "cannot read the stored output";
+    }
+    if (fail) {
+        print_cell_head(op, n, threads, branch);
+        printf(" | %s\n", fail);
+        fflush(stdout);
+        for (void* p : c.buf) free(p);
+        free(saved);
+        return;
+    }
+
+    // One checked call per library from the same inputs, the base first so
+    // that only its output need be kept.  It is timed: a call that lasts
+    // long enough is already a measurement.
+    int order[NLIB], norder = 0;
+    if (base >= 0 && fn[base]) order[norder++] = base;
+    for (int l = 0; l < NLIB; ++l)
+        if (fn[l] && l != base) order[norder++] = l;
+    double sum[NLIB] = {}, diff[NLIB] = {}, best[NLIB], first[NLIB] = {},
+           spent[NLIB] = {};
+    long reps[NLIB] = {};
+    for (int l = 0; l < NLIB; ++l) best[l] = INFINITY;
+    for (int k = 0; k < norder; ++k) {
+        int l = order[k];
+        op.reset(c);
+        double t = first[l] = time_calls(op, l, fn[l], c, 1);
+        const void* p;
+        size_t len;
+        op.result(c, &p, &len);
+        if (single(op)) {
+            sum[l] = checksum_of((const float*)p, len);
+            if (l != base && base >= 0)
+                diff[l] = rel_diff((const float*)p, (const float*)saved, len);
+        } else {
+            sum[l] = checksum_of((const double*)p, len);
+            if (l != base && base >= 0)
+                diff[l] = rel_diff((const double*)p, (const double*)saved, len);
+        }
+        if (l == base) memcpy(saved, p, len * elsize);
+        if (t >= opt.min_time) best[l] = spent[l] = t, reps[l] = 1;
+    }
+
+    // Repeat counts for the short calls.  Then the rounds go library by
+    // library, so that a slow spell of the machine hits all of them; a
+    // library whose calls have used the budget has measured enough.
+    for (int l = 0; l < NLIB; ++l) {
+        if (!fn[l] || reps[l]) continue;
+        reps[l] = 1;
+        for (;;) {
+            double t = time_calls(op, l, fn[l], c, reps[l]);
+            if (t >= opt.min_time || reps[l] >= (1L << 30)) {
+                best[l] = t / (double)reps[l];
+                spent[l] = t;
+                break;
+            }
+            double grow = t > 0 ? 1.25 * opt.min_time / t : 100.0;
+            if (grow < 2) grow = 2;
+            if (grow > 1000) grow = 1000;
+            double next = (double)reps[l] * grow;
+            reps[l] = next < (double)(1L << 30) ? (long)next : 1L << 30;
+        }
+    }
+    for (int r = 1; r < opt.rounds; ++r)
+        for (int l = 0; l < NLIB; ++l) {
+            if (!fn[l] || spent[l] >= opt.budget) continue;
+            double t = time_calls(op, l, fn[l], c, reps[l]);
+            spent[l] += t;
+            if (t / (double)reps[l] < best[l]) best[l] = t / (double)reps[l];
+        }
+    for (void* p : c.buf) free(p);
+
+    if (reuse) {
+        for (int l = L_OBL; l < NLIB; ++l)
+            best[l] = store->best[l], sum[l] = store->sum[l];
+    } else if (store && base >= 0) {
+        bool slow = true;
+        for (int l = L_OBL; l < NLIB; ++l)
+            if (fn[l] && first[l] < 10 * opt.min_time) slow = false;
+        if (slow && write_all(store_fd, saved, saved_bytes)) {
+            for (int l = 0; l < NLIB; ++l)
+                store->have[l] = have[l], store->best[l] = best[l],
+                store->sum[l] = sum[l];
+            store->base = base;
+            store->bytes = saved_bytes;
+            snprintf(store->branch, sizeof store->branch, "%s", branch);
+            store->valid = 1;
+        }
+    }
+    free(saved);
+
+    print_cell_head(op, n, threads, branch);
+    printf(" |");
+    for (int l = 0; l < NLIB; ++l)
+        print_value(have[l] ? op.flops(n) / best[l] * 1e-9 : 0);
+    printf(" |");
+    for (int l = 0; l < NLIB; ++l)
+        print_value(have[l] && op.bytes ? op.bytes(n) / best[l] * 1e-9 : 0);
+    printf(" |");
+    for (int l = L_OBL; l < NLIB; ++l)
+        print_value(have[L_ZVA] && have[l] ? best[l] / best[L_ZVA] : 0);
+    printf(" |");
+    for (int l = 0; l < NLIB; ++l) {
+        if (have[l])
+            printf(" %+17.10e", sum[l]);
+        else
+            printf(" %17s", "-");
+    }
+    double tol = single(op) ? 1e-3 : 1e-6;
+    bool bad = false;
+    printf(" |");
+    for (int l = 0; base >= 0 && l < NLIB; ++l) {
+        if (!fn[l] || l == base || diff[l] <= tol) continue;
+        printf("%s%s(%.1e)", bad ? "," : " MISMATCH:", lib_label[l], diff[l]);
+        bad = true;
+    }
+    if (!bad) printf(base < 0 || !have[L_ZVA] ? " unchecked" : " ok");
+    if (reuse) printf(" (peers of br %s)", store->branch);
+    printf("\n");
+    fflush(stdout);
+}
+
+// ---------------------------------------------------------------- children
+
+void set_cell_environment(int threads, int branch) {
+    char t[16];
+    snprintf(t, sizeof t, "%d", threads);
+    setenv("ZVA_NUM_THREADS", t, 1);
+    setenv("OMP_NUM_THREADS", t, 1);
+    setenv("OPENBLAS_NUM_THREADS", t, 1);
+    if (branch)
+        setenv("ZVA_DEBUG_CPU_TYPE", branch_label(branch), 1);
+    else
+        unsetenv("ZVA_DEBUG_CPU_TYPE");
+}
+
+// Status of a finished child, or nullptr for a clean exit.
+const char* child_failure(int status, char* buf, size_t size) {
+    if (WIFEXITED(status)) {
+        if (WEXITSTATUS(status) == 0) return nullptr;
+        snprintf(buf, size, "exit code %d", WEXITSTATUS(status));
+    } else if (WIFSIGNALED(status)) {
+        int s = WTERMSIG(status);
+        snprintf(buf, size, "killed by signal %d (%s)%s", s, strsignal(s),
+                 s == SIGILL ? ": the processor lacks the branch's instructions"
+                               " (under qemu-i386, QEMU_CPU=max may help)"
+                             : "");
+    } else {
+        snprintf(buf, size, "status %#x", status);
+    }
+    return buf;
+}
+
+// Loads the libraries once, in a child, to report them and their missing
+// routines before the table.  Exit code 2: zva itself failed to load.
+int probe() {
+    load_libraries(opt.thr[0]);
+    for (int l = 0; l < NLIB; ++l) {
+        if (!*lib_path[l]) {
+            printf("# %-9s (disabled)\n", lib_label[l]);
+            continue;
+        }
+        printf("# %-9s %s", lib_label[l], lib_path[l]);
+        if (!lib_handle[l]) {
+            printf("  NOT LOADED%s: %s\n", l == L_ZVA ? "" : ", skipped",
+                   lib_error[l]);
+            continue;
+        }
+        typedef const char* (*str_fn)();
+        auto cfg = (str_fn)dlsym(lib_handle[l], "openblas_get_config");
+        auto core = (str_fn)dlsym(lib_handle[l], "openblas_get_corename");
+        if (cfg) printf("  [%s%s%s]", cfg(), core ? ", core " : "", core ? core() : "");
+        printf("\n");
+        for (int i = 0; i < opt.nop; ++i) {
+            const Op& op = ops[opt.op[i]];
+            const char* sym = l == L_ZVA ? op.zva_sym : op.peer_sym;
+            if (!dlsym(lib_handle[l], sym))
+                printf("#           lacks %s: %s skipped\n", sym, op.name);
+        }
+    }
+    fflush(stdout);
+    return lib_handle[L_ZVA] ? 0 : 2;
+}
+
+void print_header() {
+    printf("# zva_bench: best of %d rounds of at least %.0f ms each, fewer once"
+           " a library's calls have taken %.1f s\n",
+           opt.rounds, opt.min_time * 1e3, opt.budget);
+    printf("# columns: op n threads branch (def = the library's choice, else"
+           " ZVA_DEBUG_CPU_TYPE)\n"
+           "#   | GFLOP/s of zva OpenBLAS ref | GB/s of zva OpenBLAS ref"
+           " (- where compute-bound)\n"
+           "#   | speed ratios zva/OpenBLAS zva/ref (>1: zva faster)\n"
+           "#   | checksums of the output, zva OpenBLAS ref (same inputs for"
+           " all)\n"
+           "#   | check: ok, or MISMATCH:lib(d) where the largest difference d"
+           " from ref's output\n"
+           "#     (OpenBLAS's without ref),"
+           " relative to its largest element, exceeds 1e-6 (D,Z) or 1e-3"
+           " (S,C);\n"
+           "#     \"(peers of br B)\": long peer calls, timed once in branch B's"
+           " cell\n");
+    printf("%-6s %9s %3s %-4s | %9s %9s %9s | %9s %9s %9s | %9s %9s | %17s %17s %17s | %s\n",
+           "#op", "n", "thr", "br", "zva", "OpenBLAS", "ref", "zva", "OpenBLAS",
+           "ref", "zva/OBL", "zva/ref", "sum zva", "sum OpenBLAS", "sum ref",
+           "check");
+}
+
+// One cell in a child; returns why it failed, or nullptr.
+const char* run_child(const Op& op, int n, int thr, int br, char* why,
+                      size_t size) {
+    fflush(stdout);
+    pid_t pid = fork();
+    if (pid == 0) {
+        set_cell_environment(thr, br);
+        load_libraries(thr);
+        run_cell(op, n, thr, branch_label(br));
+        fflush(stdout);
+        _exit(0);
+    }
+    if (pid < 0) return "fork failed";
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0)
+        if (errno != EINTR) return "lost the child";
+    return child_failure(status, why, size);
+}
+
+int run_all() {
+    fflush(stdout);
+    pid_t pid = fork();
+    if (pid == 0) {
+        set_cell_environment(opt.thr[0], 0);
+        fflush(stdout);
+        _exit(probe());
+    }
+    int status = 0;
+    char why[160];
+    if (pid < 0 || waitpid(pid, &status, 0) < 0 ||
+        child_failure(status, why, sizeof why)) {
+        fprintf(stderr, "zva_bench: cannot load zva from %s\n", lib_path[L_ZVA]);
+        return 1;
+    }
+    print_header();
+    fflush(stdout);
+
+    // Shared with the children, for the peers' results of a group.
+    void* m = mmap(nullptr, sizeof(PeerStore), PROT_READ | PROT_WRITE,
+                   MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    store_fd = memfd_create("zva_bench", 0);
+    if (m != MAP_FAILED && store_fd >= 0) store = (PeerStore*)m;
+
+    int cells = opt.nop * opt.nsize * opt.nthr * opt.nbr, k = 0, failed = 0;
+    double start = now();
+    for (int i = 0; i < opt.nop; ++i)
+        for (int s = 0; s < opt.nsize; ++s)
+            for (int t = 0; t < opt.nthr; ++t) {
+                if (store) {
+                    store->valid = 0;
+                    if (ftruncate(store_fd, 0) != 0) store = nullptr;
+                }
+                for (int b = 0; b < opt.nbr; ++b) {
+                    const Op& op = ops[opt.op[i]];
+                    int n = opt.size[s], thr = opt.thr[t], br = opt.br[b];
+                    double t0 = now();
+                    const char* bad = run_child(op, n, thr, br, why, sizeof why);
+                    if (bad) {
+                        ++failed;
+                        print_cell_head(op, n, thr, branch_label(br));
+                        printf(" | FAILED: %s\n", bad);
+                        fflush(stdout);
+                    }
+                    fprintf(stderr, "zva_bench: [%d/%d] %s n=%d threads=%d branch=%s: %.1f s%s\n",
+                            ++k, cells, op.name, n, thr, branch_label(br),
+                            now() - t0, bad ? " FAILED" : "");
+                }
+            }
+    fprintf(stderr, "zva_bench: %d cells in %.1f s%s\n", cells, now() - start,
+            failed ? ", some failed" : "");
+    return failed ? 1 : 0;
+}
+
+// In this process, with the environment as it stands (for a debugger).
+int run_here() {
+    const char* t = getenv("ZVA_NUM_THREADS");
+    int thr = t && atoi(t) > 0 ? atoi(t) : 1;
+    const char* b = getenv("ZVA_DEBUG_CPU_TYPE");
+    load_libraries(thr);
+    for (int l = 0; l < NLIB; ++l)
+        if (lib_error[l])
+            fprintf(stderr, "zva_bench: %s not loaded: %s\n", lib_label[l], lib_error[l]);
+    if (!lib_handle[L_ZVA]) return 1;
+    print_header();
+    for (int i = 0; i < opt.nop; ++i)
+        for (int s = 0; s < opt.nsize; ++s)
+            run_cell(ops[opt.op[i]], opt.size[s], thr, b && *b ? b : "def");
+    return 0;
+}
+
+// ---------------------------------------------------------------- arguments
+
+void usage(FILE* f) {
+    fprintf(f,
+        "usage: zva_bench [options]\n"
+        "  --ops LIST        operations (default all:");
+    for (int i = 0; i < nops; ++i) fprintf(f, "%s%s", i ? "," : "", ops[i].name);
+    fprintf(f,
+        ")\n"
+        "  --sizes LIST      problem sizes, k/M suffixes or 1e7 allowed\n"
+        "                    (default 1000,100000,10000000)\n"
+        "  --threads LIST    thread counts for all three libraries (default 1)\n"
+        "  --branches LIST   default and/or 2..7, set as ZVA_DEBUG_CPU_TYPE\n"
+        "                    (default default,2,3,4,5,6,7)\n"
+        "  --rounds N        timed rounds per library (default 3)\n"
+        "  --min-time MS     least time of one measurement (default 20)\n"
+        "  --quick           sizes 1000,100000; 2 rounds of 5 ms\n"
+        "  --lib PATH        zva library (default %s)\n"
+        "  --openblas PATH   OpenBLAS, or \"none\" (default %s)\n"
+        "  --ref PATH        reference BLAS, or \"none\" (default %s)\n"
+        "  --child           run here, without children, with the environment\n"
+        "                    as it is (ZVA_NUM_THREADS, ZVA_DEBUG_CPU_TYPE)\n"
+        "  --help            this text\n"
+        "Each cell runs in its own child process.  Rows go to standard output,\n"
+        "progress to standard error.  Where one call of each peer takes ten\n"
+        "times the least time, the other branches of the same operation, size\n"
+        "and threads reuse the peers' results of the first branch.\n",
+        ZVA_BENCH_LIB, lib_path[L_OBL], lib_path[L_REF]);
+}
+
+[[noreturn]] void bad_arg(const char* what, const char* val) {
+    fprintf(stderr, "zva_bench: bad %s: %s (see --help)\n", what, val);
+    exit(2);
+}
+
+// Splits a comma list; `parse` returns false on a bad item.
+template <class F>
+int parse_list(const char* what, const char* s, int* out, F parse) {
+    char item[64];
+    int count = 0;
+    while (*s) {
+        size_t len = strcspn(s, ",");
+        if (len == 0 || len >= sizeof item || count == max_list)
+            bad_arg(what, s);
+        memcpy(item, s, len);
+        item[len] = 0;
+        if (!parse(item, &out[count])) bad_arg(what, item);
+        ++count;
+        s += len;
+        if (*s == ',') ++s;
+    }
+    if (count == 0) bad_arg(what, "(empty)");
+    return count;
+}
+
+bool parse_count(const char* s, double lo, double hi, int* out) {
+    char* end;
+    double v = strtod(s, &end);
+    if (*end == 'k' || *end == 'K') v *= 1e3, ++end;
+    else if (*end == 'M' || *end == 'm') v *= 1e6, ++end;
+    if (end == s || *end || !(v >= lo && v <= hi) || v != floor(v)) return false;
+    *out = (int)v;
+    return true;
+}
+
+const char* default_sizes = "1000,100000,10000000";
+const char* default_branches = "default,2,3,4,5,6,7";
+
+void parse_args(int argc, char** argv) {
+    const char* sizes = default_sizes;
+    const char* branches = default_branches;
+    const char* ops_arg = nullptr;
+    const char* threads = "1";
+    bool quick = false, rounds_set = false, time_set = false;
+    for (int i = 1; i < argc; ++i) {
+        const char* a = argv[i];
+        auto value = [&]() -> const char* {
+            if (i + 1 >= argc) bad_arg("option without value", a);
+            return argv[++i];
+        };
+        int v;
+        if (!strcmp(a, "--help") || !strcmp(a, "-h")) usage(stdout), exit(0);
+        else if (!strcmp(a, "--ops")) ops_arg = value();
+        else if (!strcmp(a, "--sizes")) sizes = value();
+        else if (!strcmp(a, "--threads")) threads = value();
+        else if (!strcmp(a, "--branches")) branches = value();
+        else if (!strcmp(a, "--quick")) quick = true;
+        else if (!strcmp(a, "--child")) opt.child = true;
+        else if (!strcmp(a, "--lib")) lib_path[L_ZVA] = value();
+        else if (!strcmp(a, "--openblas") || !strcmp(a, "--ref")) {
+            const char* p = value();
+            lib_path[a[2] == 'o' ? L_OBL : L_REF] = strcmp(p, "none") ? p : "";
+        } else if (!strcmp(a, "--rounds")) {
+            if (!parse_count(value(), 1, 1000, &v)) bad_arg("--rounds", argv[i]);
+            opt.rounds = v, rounds_set = true;
+        } else if (!strcmp(a, "--min-time")) {
+            if (!parse_count(value(), 0, 60000, &v)) bad_arg("--min-time", argv[i]);
+            opt.min_time = v * 1e-3, time_set = true;
+        } else {
+            bad_arg("option", a);
+        }
+    }
+    if (quick) {
+        if (sizes == default_sizes) sizes = "1000,100000";
+        if (!rounds_set) opt.rounds = 2;
+        if (!time_set) opt.min_time = 0.005;
+    }
+    opt.budget = 50 * opt.min_time;
+    if (ops_arg && strcmp(ops_arg, "all")) {
+        opt.nop = parse_list("--ops", ops_arg, opt.op, [](const char* s, int* o) {
+            for (int i = 0; i < nops; ++i)
+                if (!strcasecmp(s, ops[i].name)) return *o = i, true;
+            return false;
+        });
+    } else {
+        for (int i = 0; i < nops; ++i) opt.op[opt.nop++] = i;
+    }
+    opt.nsize = parse_list("--sizes", sizes, opt.size, [](const char* s, int* o) {
+        return parse_count(s, 0, 2147483647.0, o);
+    });
+    opt.nthr = parse_list("--threads", threads, opt.thr, [](const char* s, int* o) {
+        return parse_count(s, 1, 1024, o);
+    });
+    opt.nbr = parse_list("--branches", branches, opt.br, [](const char* s, int* o) {
+        if (!strcmp(s, "default") || !strcmp(s, "def")) return *o = 0, true;
+        return parse_count(s, 2, 7, o);
+    });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    parse_args(argc, argv);
+    return opt.child ? run_here() : run_all();
+}

@@ -1,0 +1,151 @@
+#include "frame/threads.h"
+
+#include <omp.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "frame/lock.h"
+#include "frame/platform.h"
+
+namespace zva {
+
+namespace {
+
+int thr_env_pending = 1;
+int thr_all = -1;
+int thr_domain[5] = {-1, -1, -1, -1, -1};  // by domain 1 to 4
+int thr_dynamic_flag = -1;
+int thr_omp_num = -1;
+int thr_mpi_per_node = -1;
+int thr_mpi_level = -1;
+
+// A value counts when it has 1 to 255 characters.
+bool read_var(const char* name, char* buf) {
+    memset(buf, 0, 256);
+    uint32_t n = plat_getenv(name, buf, 256);
+    return n >= 1 && n <= 255;
+}
+
+bool all_digits(const char* s) {
+    for (; *s; ++s)
+        if (*s < '0' || *s > '9') return false;
+    return true;
+}
+
+void set_first(int& v, int value) {
+    if (v < 0) v = value;
+}
+
+// The names of each row of ZVA_DOMAIN_NUM_THREADS; row 0 is the general one.
+struct domain_name { const char* a; const char* b; int row; };
+const domain_name domain_names[] = {
+    {"ZVA_ALL", "ZVA_DOMAIN_ALL", 0},     {"ZVA_BLAS", "ZVA_DOMAIN_BLAS", 1},
+    {"ZVA_FFT", "ZVA_DOMAIN_FFT", 2},     {"ZVA_ARRAYMATH", "ZVA_DOMAIN_ARRAYMATH", 3},
+    {"ZVA_DIRECT", "ZVA_DOMAIN_DIRECT", 4},
+};
+
+int& row_value(int row) { return row == 0 ? thr_all : thr_domain[row]; }
+
+bool is_any(char c, const char* set) { return c && strchr(set, c); }
+
+void read_domains(const char* s) {
+    for (;;) {
+        while (is_any(*s, " ,;:\"'")) ++s;
+        if (!*s) return;
+        const char* name = s;
+        while (*s && !is_any(*s, "=\"' ")) ++s;
+        size_t name_len = s - name;
+        if (name_len == 0) return;
+        while (is_any(*s, " =")) ++s;
+        const char* value = s;
+        while (*s && !is_any(*s, " ,;:\"'")) ++s;
+        char text[256];
+        size_t value_len = s - value;
+        memcpy(text, value, value_len);
+        text[value_len] = 0;
+        if (*s) ++s;
+        int v = value_len == 0 || !all_digits(text) ? 1 : atoi(text);
+        for (const domain_name& d : domain_names) {
+            if ((strlen(d.a) == name_len && !strncmp(name, d.a, name_len)) ||
+                (strlen(d.b) == name_len && !strncmp(name, d.b, name_len))) {
+                if (v >= 1) set_first(row_value(d.row), v);
+            }
+        }
+    }
+}
+
+void read_environment() {
+    char buf[256];
+    if (read_var("ZVA_NUM_THREADS", buf)) {
+        int v = all_digits(buf) ? atoi(buf) : 1;
+        if (v >= 1) set_first(thr_all, v);
+    }
+    if (read_var("ZVA_DOMAIN_NUM_THREADS", buf)) read_domains(buf);
+    if (thr_dynamic_flag == -1) {
+        if (!read_var("ZVA_DYNAMIC", buf)) {
+            thr_dynamic_flag = 1;
+        } else {
+            const char* s = buf;
+            while (is_any(*s, " \"'")) ++s;
+            size_t len = 0;
+            while (s[len] && !is_any(s[len], " \"'")) ++len;
+            bool off = (len == 5 && (!strncmp(s, "FALSE", 5) || !strncmp(s, "false", 5)));
+            thr_dynamic_flag = off ? 0 : 1;
+        }
+    }
+    if (read_var("OMP_NUM_THREADS", buf)) {
+        if (!all_digits(buf)) thr_omp_num = 1;
+        else if (atoi(buf) > 0) thr_omp_num = atoi(buf);
+    }
+    if (read_var("Z_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", buf) && all_digits(buf) &&
+        atoi(buf) > 0)
+        thr_mpi_per_node = atoi(buf);
+    if (read_var("Z_MPI_THREAD_LEVEL", buf)) {
+        thr_mpi_level = 0;
+        if (all_digits(buf) && atoi(buf) >= 0 && atoi(buf) <= 3) thr_mpi_level = atoi(buf);
+    }
+}
+
+void thr_init() {
+    if (cached_load(thr_env_pending)) {
+        lib_lock();
+        if (thr_env_pending) {
+            read_environment();
+            cached_store(thr_env_pending, 0);
+        }
+        lib_unlock();
+    }
+    // The walk allocates, and the allocator takes lib_lock: not under it.
+    if (!cached_load(topo_done)) topo_detect();
+}
+
+}  // namespace
+
+int thr_max_threads(int domain) {
+    thr_init();
+    if (thr_dynamic_flag != 0 && omp_in_parallel()) return 1;
+    int n;
+    bool explicit_count = true;
+    if (domain >= 1 && domain <= 4 && thr_domain[domain] > 0) n = thr_domain[domain];
+    else if (thr_all > 0) n = thr_all;
+    else n = omp_get_max_threads(), explicit_count = false;
+    if (thr_dynamic_flag == 0) return n;
+    int cores = cached_load(topo_cores);
+    if (cores > 0 && n > cores) n = cores;
+    if (thr_mpi_per_node == -1 || explicit_count || thr_omp_num > 0) return n;
+    if (thr_mpi_level > 0) {
+        // Without a core count the processors stand in for the cores: a
+        // share of the machine is still what an MPI rank expects.
+        int c = cores > 0 ? cores : omp_get_num_procs();
+        int share = c / thr_mpi_per_node;
+        return share > 1 ? share : 1;
+    }
+    return 1;
+}
+
+int thr_dynamic() {
+    thr_init();
+    return thr_dynamic_flag;
+}
+
+}  // namespace zva
