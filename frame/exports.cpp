@@ -45,22 +45,17 @@ template <class R, class... A> struct frame_of<R(A...)> {
     using fn = R (*)(A...);
     using chk = int (*)(A...);
 
-    template <bool Checked, chk Check, fn Target, point_id Id>
+    template <bool Checked, chk Check, fn Target>
     [[gnu::always_inline]] static inline R run(A... a) {
-        if constexpr (Checked) {
-            static_assert(Check != nullptr, "a checked route needs its checker");
+        if constexpr (Checked)
             if (Check(a...)) return R();
-        }
-        if constexpr (Target == nullptr)
-            route_unbuilt(point_names[Id], "driver");
-        else
-            return Target(a...);
+        return Target(a...);
     }
 
-    template <bool Checked, chk Check, fn Target, point_id Id, std::size_t... J>
+    template <bool Checked, chk Check, fn Target, std::size_t... J>
     [[gnu::always_inline]] static inline R call(const uint32_t* w,
                                                 std::index_sequence<J...>) {
-        return run<Checked, Check, Target, Id>(word_as<A>(w[src(J)])...);
+        return run<Checked, Check, Target>(word_as<A>(w[src(J)])...);
     }
 };
 
@@ -91,7 +86,7 @@ template <class R, class... A> struct ret_of<R(A...)> { using type = R; };
         const uint32_t w[] = {ZVA_NAMES_##B};                                  \
         using F = zva::frame_of<ZVA_SIG(S)>;                                   \
         return F::template call<ZVA_CHECKED_##R, zva::checkers.N,                       \
-                       ZVA_TARGET_##R(N, K), zva::pid_##N>(                    \
+                       ZVA_TARGET_##R(N, K)>(                                  \
             w, std::make_index_sequence<F::n>());                              \
     }
 

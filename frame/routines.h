@@ -99,10 +99,10 @@ using zva::c64;
     ZVA_SAME(X, SROTI, 24, DSP, (zva::sig_roti<float>))                          \
     ZVA_SAME(X, DROTI, 24, DSP, (zva::sig_roti<double>))                         \
     /* level 2 */                                                              \
-    ZVA_SAME(X, SGEMV, 48, CDRV, (zva::sig_gemv<float>))                         \
-    ZVA_SAME(X, DGEMV, 48, CDRV, (zva::sig_gemv<double>))                        \
-    ZVA_SAME(X, CGEMV, 48, CDRV, (zva::sig_gemv<c32>))                           \
-    ZVA_SAME(X, ZGEMV, 48, CDRV, (zva::sig_gemv<c64>))                           \
+    X(SGEMV, 48, CDRV, (zva::sig_gemv<float>), (zva::sig_gemv_k<float>))                         \
+    X(DGEMV, 48, CDRV, (zva::sig_gemv<double>), (zva::sig_gemv_k<double>))                        \
+    X(CGEMV, 48, CDRV, (zva::sig_gemv<c32>), (zva::sig_gemv_k<c32>))                           \
+    X(ZGEMV, 48, CDRV, (zva::sig_gemv<c64>), (zva::sig_gemv_k<c64>))                           \
     ZVA_SAME(X, SGBMV, 56, CDSP, (zva::sig_gbmv<float>))                         \
     ZVA_SAME(X, DGBMV, 56, CDSP, (zva::sig_gbmv<double>))                        \
     ZVA_SAME(X, CGBMV, 56, CDSP, (zva::sig_gbmv<c32>))                           \

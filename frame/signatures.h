@@ -42,6 +42,8 @@ template <class T> using sig_sctr = void(I, const T*, I, T*);   // nz, x, indx, 
 template <class T> using sig_roti = void(I, T*, I, T*, const T*, const T*);
 // ---- level 2 -------------------------------------------------------------
 template <class T> using sig_gemv = void(Ch, I, I, const T*, const T*, I, const T*, I, const T*, T*, I, L);
+// The GEMV kernels take the same list without the hidden length.
+template <class T> using sig_gemv_k = void(Ch, I, I, const T*, const T*, I, const T*, I, const T*, T*, I);
 template <class T> using sig_gbmv = void(Ch, I, I, I, I, const T*, const T*, I, const T*, I, const T*, T*, I, L);
 template <class T> using sig_symv = void(Ch, I, const T*, const T*, I, const T*, I, const T*, T*, I, L);
 template <class T> using sig_sbmv = void(Ch, I, I, const T*, const T*, I, const T*, I, const T*, T*, I, L);

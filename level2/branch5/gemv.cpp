@@ -1,0 +1,1136 @@
+// GEMV for branch 5: SSE up to SSE4.1, 128-bit vectors, 16-byte boundary.
+// Matrix data is read with unaligned 128-bit loads in every type: these
+// processors load an aligned movups as fast as movaps, and a line split
+// costs less than a second copy of each loop.
+//
+// 32-bit code has eight xmm registers. The update form (not transposed)
+// keeps the row block of y in registers and takes the column scalars
+// alpha*x as memory operands where they do not fit; the dot form
+// (transposed) keeps one accumulator per column plus x and two temporaries.
+//
+// Columns per pass:      S      D          C        Z
+//   N, unit increments   4,1    8,4,2,1    4,2,1    4,2,1
+//   N, other             4,1    4,1        2,1      2,1
+//   T, unit increments   4,1    4,2,1      4,2,1    4,2,1
+//   T, other             4,1    4,1        2,1      2,1
+//   C, unit increments   -      -          4,2,1    2,1
+//   C, other             -      -          2,1      2,1
+//
+// Sums. Not transposed: every row is the chain y + t0*a0 + t1*a1 + ... in
+// column order, with t = alpha*x rounded once per column, on every path,
+// so the column blocks and the alignment peels do not change any bit.
+// Transposed: t = x0*a0, then the peel rows one by one into t, then one
+// vector accumulator per column, started with its first product and fed
+// in row order, whose lanes are added to t in order, then the tail rows
+// one by one; last y + alpha*t. In Z a vector is one element, so t itself
+// takes every row in order. Complex products: (a*tr) addsub (swap(a)*ti),
+// re = ar*tr - ai*ti, im = ai*tr + ar*ti; single elements of C and Z go
+// through the same operation, those of S and D through mul, add.
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "level2/kernels.h"
+
+namespace zva::b5 {
+namespace {
+
+using idx = ptrdiff_t;
+
+// Each column block below is a function of its own (noinline): the
+// register allocator then sees one pass at a time, and the passes stay
+// free of spills.
+
+inline unsigned addr_bits(const void* p) {
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p));
+}
+
+// ---------------------------------------------------------------- helpers
+
+inline __m128 swap_pairs(__m128 v) {
+    // pshufd swaps without the register copy that shufps would need.
+    return _mm_castsi128_ps(_mm_shuffle_epi32(_mm_castps_si128(v), 0xB1));
+}
+inline __m128d swap_pair(__m128d v) {
+    return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castpd_si128(v), 0x4E));
+}
+// (a*tr) addsub (swap(a)*ti): the product of each complex lane of a with
+// the complex (tr, ti), whose parts come broadcast.
+inline __m128 c_mul(__m128 a, __m128 tr, __m128 ti) {
+    return _mm_addsub_ps(_mm_mul_ps(a, tr), _mm_mul_ps(swap_pairs(a), ti));
+}
+inline __m128d z_mul(__m128d a, __m128d tr, __m128d ti) {
+    return _mm_addsub_pd(_mm_mul_pd(a, tr), _mm_mul_pd(swap_pair(a), ti));
+}
+
+inline __m128 load_pair(const float* p) {
+    return _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(p));
+}
+inline void store_pair(float* p, __m128 v) {
+    _mm_storel_pi(reinterpret_cast<__m64*>(p), v);
+}
+
+// ------------------------------------------------------------ beta scaling
+// Called only when beta is not exactly 1. beta 0 stores zeros without
+// reading y, so NaNs there go away.
+
+void s_scale(int len, float beta, float* y, int incy) {
+    if (incy == 1) {
+        if (beta == 0.0f) {
+            if (len >= 25) {
+                std::memset(y, 0, static_cast<size_t>(len) * sizeof(float));
+                return;
+            }
+            for (int i = 0; i < len; ++i) y[i] = 0.0f;
+            return;
+        }
+        int i = 0;
+        if (len >= 16) {
+            if ((addr_bits(y) & 3u) == 0)
+                for (; (addr_bits(y + i) & 15u) != 0; ++i) y[i] = beta * y[i];
+            const __m128 b = _mm_set1_ps(beta);
+            for (; i + 16 <= len; i += 16) {
+#pragma GCC unroll 4
+                for (int v = 0; v < 16; v += 4)
+                    _mm_storeu_ps(y + i + v, _mm_mul_ps(b, _mm_loadu_ps(y + i + v)));
+            }
+            for (; i + 4 <= len; i += 4) _mm_storeu_ps(y + i, _mm_mul_ps(b, _mm_loadu_ps(y + i)));
+        }
+        for (; i < len; ++i) y[i] = beta * y[i];
+        return;
+    }
+    const idx inc = incy;
+    y += vec_start(len, incy);
+    int i = 0;
+    if (beta == 0.0f) {
+        for (; i + 8 <= len; i += 8, y += 8 * inc) {
+#pragma GCC unroll 8
+            for (int k = 0; k < 8; ++k) y[k * inc] = 0.0f;
+        }
+        for (; i < len; ++i, y += inc) *y = 0.0f;
+        return;
+    }
+    for (; i + 2 <= len; i += 2, y += 2 * inc) {
+        y[0] = beta * y[0];
+        y[inc] = beta * y[inc];
+    }
+    if (i < len) *y = beta * *y;
+}
+
+void d_scale(int len, double beta, double* y, int incy) {
+    if (incy == 1) {
+        if (beta == 0.0) {
+            if (len >= 13) {
+                std::memset(y, 0, static_cast<size_t>(len) * sizeof(double));
+                return;
+            }
+            // At most twelve: one pass of eight, then single stores, spelled
+            // out so that the compiler does not turn them into a call.
+            if (len >= 8) {
+                const __m128d z = _mm_setzero_pd();
+                _mm_storeu_pd(y, z);
+                _mm_storeu_pd(y + 2, z);
+                _mm_storeu_pd(y + 4, z);
+                _mm_storeu_pd(y + 6, z);
+                y += 8;
+                len -= 8;
+            }
+            switch (len) {
+                case 7: y[6] = 0.0; [[fallthrough]];
+                case 6: y[5] = 0.0; [[fallthrough]];
+                case 5: y[4] = 0.0; [[fallthrough]];
+                case 4: y[3] = 0.0; [[fallthrough]];
+                case 3: y[2] = 0.0; [[fallthrough]];
+                case 2: y[1] = 0.0; [[fallthrough]];
+                case 1: y[0] = 0.0; [[fallthrough]];
+                default: break;
+            }
+            return;
+        }
+        int i = 0;
+        if (len >= 16) {
+            if ((addr_bits(y) & 7u) == 0 && (addr_bits(y) & 8u) != 0) {
+                y[0] = beta * y[0];
+                i = 1;
+            }
+            const __m128d b = _mm_set1_pd(beta);
+            for (; i + 16 <= len; i += 16) {
+#pragma GCC unroll 8
+                for (int v = 0; v < 16; v += 2)
+                    _mm_storeu_pd(y + i + v, _mm_mul_pd(b, _mm_loadu_pd(y + i + v)));
+            }
+            for (; i + 4 <= len; i += 4) {
+                _mm_storeu_pd(y + i, _mm_mul_pd(b, _mm_loadu_pd(y + i)));
+                _mm_storeu_pd(y + i + 2, _mm_mul_pd(b, _mm_loadu_pd(y + i + 2)));
+            }
+        }
+        for (; i < len; ++i) y[i] = beta * y[i];
+        return;
+    }
+    const idx inc = incy;
+    y += vec_start(len, incy);
+    int i = 0;
+    if (beta == 0.0) {
+        for (; i + 8 <= len; i += 8, y += 8 * inc) {
+#pragma GCC unroll 8
+            for (int k = 0; k < 8; ++k) y[k * inc] = 0.0;
+        }
+        for (; i < len; ++i, y += inc) *y = 0.0;
+        return;
+    }
+    for (; i + 2 <= len; i += 2, y += 2 * inc) {
+        y[0] = beta * y[0];
+        y[inc] = beta * y[inc];
+    }
+    if (i < len) *y = beta * *y;
+}
+
+// y = y*beta for one complex element, the lanes of c_mul(y, br, bi).
+inline void c_scale_one(float* y, float br, float bi) {
+    const float yr = y[0], yi = y[1];
+    y[0] = yr * br - yi * bi;
+    y[1] = yi * br + yr * bi;
+}
+
+void c_scale(int len, float br, float bi, c32* yc, int incy) {
+    float* y = &yc->re;
+    if (br == 0.0f && bi == 0.0f) {
+        if (incy == 1) {
+            if (len >= 13) {
+                std::memset(y, 0, static_cast<size_t>(len) * sizeof(c32));
+                return;
+            }
+            for (int i = 0; i < 2 * len; ++i) y[i] = 0.0f;
+            return;
+        }
+        const idx inc = 2 * static_cast<idx>(incy);
+        y += 2 * vec_start(len, incy);
+        int i = 0;
+        for (; i + 8 <= len; i += 8, y += 8 * inc) {
+#pragma GCC unroll 8
+            for (int k = 0; k < 8; ++k) store_pair(y + k * inc, _mm_setzero_ps());
+        }
+        for (; i < len; ++i, y += inc) store_pair(y, _mm_setzero_ps());
+        return;
+    }
+    if (incy == 1) {
+        int i = 0;
+        if (len >= 16) {
+            if ((addr_bits(y) & 7u) == 0 && (addr_bits(y) & 8u) != 0) {
+                c_scale_one(y, br, bi);
+                i = 1;
+            }
+            const __m128 r = _mm_set1_ps(br), s = _mm_set1_ps(bi);
+            for (; i + 16 <= len; i += 16) {
+#pragma GCC unroll 8
+                for (int v = 0; v < 32; v += 4)
+                    _mm_storeu_ps(y + 2 * i + v, c_mul(_mm_loadu_ps(y + 2 * i + v), r, s));
+            }
+            for (; i + 4 <= len; i += 4) {
+                _mm_storeu_ps(y + 2 * i, c_mul(_mm_loadu_ps(y + 2 * i), r, s));
+                _mm_storeu_ps(y + 2 * i + 4, c_mul(_mm_loadu_ps(y + 2 * i + 4), r, s));
+            }
+        }
+        for (; i < len; ++i) c_scale_one(y + 2 * i, br, bi);
+        return;
+    }
+    const idx inc = 2 * static_cast<idx>(incy);
+    y += 2 * vec_start(len, incy);
+    int i = 0;
+    for (; i + 2 <= len; i += 2, y += 2 * inc) {
+        c_scale_one(y, br, bi);
+        c_scale_one(y + inc, br, bi);
+    }
+    if (i < len) c_scale_one(y, br, bi);
+}
+
+void z_scale(int len, double br, double bi, c64* yc, int incy) {
+    double* y = &yc->re;
+    if (br == 0.0 && bi == 0.0) {
+        const __m128d z = _mm_setzero_pd();
+        if (incy == 1) {
+            if (len >= 7) {
+                std::memset(y, 0, static_cast<size_t>(len) * sizeof(c64));
+                return;
+            }
+            for (int i = 0; i < len; ++i) _mm_storeu_pd(y + 2 * i, z);
+            return;
+        }
+        const idx inc = 2 * static_cast<idx>(incy);
+        y += 2 * vec_start(len, incy);
+        int i = 0;
+        for (; i + 8 <= len; i += 8, y += 8 * inc) {
+#pragma GCC unroll 8
+            for (int k = 0; k < 8; ++k) _mm_storeu_pd(y + k * inc, z);
+        }
+        for (; i < len; ++i, y += inc) _mm_storeu_pd(y, z);
+        return;
+    }
+    const __m128d r = _mm_set1_pd(br), s = _mm_set1_pd(bi);
+    auto one = [&](double* p) { _mm_storeu_pd(p, z_mul(_mm_loadu_pd(p), r, s)); };
+    if (incy == 1) {
+        // An element is a whole vector: there is nothing to peel.
+        int i = 0;
+        if (len >= 16) {
+            for (; i + 16 <= len; i += 16) {
+#pragma GCC unroll 16
+                for (int v = 0; v < 16; ++v) one(y + 2 * (i + v));
+            }
+            for (; i + 4 <= len; i += 4) {
+#pragma GCC unroll 4
+                for (int v = 0; v < 4; ++v) one(y + 2 * (i + v));
+            }
+        }
+        for (; i < len; ++i) one(y + 2 * i);
+        return;
+    }
+    const idx inc = 2 * static_cast<idx>(incy);
+    y += 2 * vec_start(len, incy);
+    int i = 0;
+    for (; i + 2 <= len; i += 2, y += 2 * inc) {
+        one(y);
+        one(y + inc);
+    }
+    if (i < len) one(y);
+}
+
+// ------------------------------------------------------------------- S
+
+// Not transposed, unit increments: K columns from c, t = alpha*x.
+template <int K>
+[[gnu::noinline]] void s_n_block(int m, float alpha, const float* c, idx lda, const float* x,
+                                 float* y) {
+    float t[K];
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) t[k] = alpha * x[k];
+    auto row = [&](int r) {
+        float s = y[r];
+#pragma GCC unroll 4
+        for (int k = 0; k < K; ++k) s = s + t[k] * c[k * lda + r];
+        y[r] = s;
+    };
+    int i = 0;
+    if ((addr_bits(y) & 3u) == 0) {
+        int peel = static_cast<int>(((0u - addr_bits(y)) & 15u) >> 2);
+        if (peel > m) peel = m;
+        for (; i < peel; ++i) row(i);
+        __m128 tv[K];
+#pragma GCC unroll 4
+        for (int k = 0; k < K; ++k) tv[k] = _mm_set1_ps(t[k]);
+        // Four vectors a pass, each finished over the K columns before the
+        // next: one y, t and a temporary live, no spill with eight registers.
+        for (; i + 16 <= m; i += 16) {
+#pragma GCC unroll 4
+            for (int v = 0; v < 16; v += 4) {
+                __m128 s = _mm_load_ps(y + i + v);
+#pragma GCC unroll 4
+                for (int k = 0; k < K; ++k)
+                    s = _mm_add_ps(s, _mm_mul_ps(_mm_loadu_ps(c + k * lda + i + v), tv[k]));
+                _mm_store_ps(y + i + v, s);
+            }
+        }
+        // One vector a pass after the four: at most three of them remain,
+        // and each would otherwise cost two 2-lane steps.
+        for (; i + 4 <= m; i += 4) {
+            __m128 s = _mm_load_ps(y + i);
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k)
+                s = _mm_add_ps(s, _mm_mul_ps(_mm_loadu_ps(c + k * lda + i), tv[k]));
+            _mm_store_ps(y + i, s);
+        }
+        if (i + 2 <= m) {
+            __m128 s = load_pair(y + i);
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k)
+                s = _mm_add_ps(s, _mm_mul_ps(load_pair(c + k * lda + i), tv[k]));
+            store_pair(y + i, s);
+            i += 2;
+        }
+    }
+    for (; i < m; ++i) row(i);
+}
+
+// Transposed: K dot products against x (unit or strided), added to y.
+template <int K, bool XU>
+[[gnu::noinline]] void s_t_block(int m, float alpha, const float* c, idx lda, const float* x,
+                                 idx incx, float* y, idx incy) {
+    const idx ix = XU ? 1 : incx;
+    float t[K];
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) t[k] = x[0] * c[k * lda];
+    if (m >= 2) {
+        int i = 1;
+        const float* xp = x + ix;
+        auto row = [&]() {
+            const float xv = *xp;
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) t[k] = t[k] + xv * c[k * lda + i];
+            ++i;
+            xp += ix;
+        };
+        bool vec = false;
+        if (m - 1 >= 4) {
+            // Align the last column of the block; the others follow it
+            // when lda allows.
+            const unsigned pa = addr_bits(c + (K - 1) * lda + 1);
+            if ((pa & 3u) == 0) {
+                vec = true;
+                for (int p = static_cast<int>(((0u - pa) & 15u) >> 2); p > 0; --p) row();
+            }
+        }
+        if (vec && m - i >= 4) {
+            auto ldx = [&]() {
+                if constexpr (XU)
+                    return _mm_loadu_ps(xp);
+                else
+                    return _mm_movelh_ps(
+                        _mm_unpacklo_ps(_mm_load_ss(xp), _mm_load_ss(xp + ix)),
+                        _mm_unpacklo_ps(_mm_load_ss(xp + 2 * ix), _mm_load_ss(xp + 3 * ix)));
+            };
+            __m128 acc[K];
+            __m128 xv = ldx();
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) acc[k] = _mm_mul_ps(_mm_loadu_ps(c + k * lda + i), xv);
+            i += 4;
+            xp += 4 * ix;
+            for (; i + 4 <= m; i += 4, xp += 4 * ix) {
+                xv = ldx();
+#pragma GCC unroll 4
+                for (int k = 0; k < K; ++k)
+                    acc[k] = _mm_add_ps(acc[k], _mm_mul_ps(_mm_loadu_ps(c + k * lda + i), xv));
+            }
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) {
+                alignas(16) float l[4];
+                _mm_store_ps(l, acc[k]);
+                t[k] = t[k] + l[0];
+                t[k] = t[k] + l[1];
+                t[k] = t[k] + l[2];
+                t[k] = t[k] + l[3];
+            }
+            if (m - i >= 2) {
+                const __m128 x2 =
+                    XU ? load_pair(xp) : _mm_unpacklo_ps(_mm_load_ss(xp), _mm_load_ss(xp + ix));
+#pragma GCC unroll 4
+                for (int k = 0; k < K; ++k) {
+                    const __m128 p = _mm_mul_ps(load_pair(c + k * lda + i), x2);
+                    t[k] = t[k] + _mm_cvtss_f32(p);
+                    t[k] = t[k] + _mm_cvtss_f32(_mm_shuffle_ps(p, p, 1));
+                }
+                i += 2;
+                xp += 2 * ix;
+            }
+        }
+        while (i < m) row();
+    }
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
+}
+
+void s_n_strided(int m, int n, float alpha, const float* a, idx lda, const float* x, int incx,
+                 float* y, int incy) {
+    const idx ix = incx, iy = incy;
+    x += vec_start(n, incx);
+    y += vec_start(m, incy);
+    int j = 0;
+    for (; j + 4 <= n; j += 4) {
+        const float* c = a + j * lda;
+        const float t0 = alpha * x[j * ix], t1 = alpha * x[(j + 1) * ix];
+        const float t2 = alpha * x[(j + 2) * ix], t3 = alpha * x[(j + 3) * ix];
+        float* yp = y;
+        for (int i = 0; i < m; ++i, yp += iy) {
+            float s = *yp;
+            s = s + t0 * c[i];
+            s = s + t1 * c[lda + i];
+            s = s + t2 * c[2 * lda + i];
+            s = s + t3 * c[3 * lda + i];
+            *yp = s;
+        }
+    }
+    for (; j < n; ++j) {
+        const float* c = a + j * lda;
+        const float t = alpha * x[j * ix];
+        float* yp = y;
+        int i = 0;
+        for (; i + 2 <= m; i += 2, yp += 2 * iy) {
+            yp[0] = yp[0] + t * c[i];
+            yp[iy] = yp[iy] + t * c[i + 1];
+        }
+        if (i < m) *yp = *yp + t * c[i];
+    }
+}
+
+// ------------------------------------------------------------------- D
+
+template <int K>
+[[gnu::noinline]] void d_n_block(int m, double alpha, const double* c, idx lda, const double* x,
+                                 double* y) {
+    double t[K];
+#pragma GCC unroll 8
+    for (int k = 0; k < K; ++k) t[k] = alpha * x[k];
+    auto row = [&](int r) {
+        double s = y[r];
+#pragma GCC unroll 8
+        for (int k = 0; k < K; ++k) s = s + t[k] * c[k * lda + r];
+        y[r] = s;
+    };
+    int i = 0;
+    if ((addr_bits(y) & 7u) == 0) {
+        if ((addr_bits(y) & 8u) != 0 && m > 0) row(i++);
+        __m128d tv[K];
+#pragma GCC unroll 8
+        for (int k = 0; k < K; ++k) tv[k] = _mm_set1_pd(t[k]);
+        if constexpr (K == 8) {
+            // Eight streams of A, one vector of rows a pass. The columns are
+            // reached from three bases and the stride in bytes (b0 + 0..2 L,
+            // b3 + 0..2 L, b6 + 0..1 L), so the pass needs six integer
+            // registers and no reload of a column address.
+            const idx lb = lda * static_cast<idx>(sizeof(double));
+            const char* b0 = reinterpret_cast<const char*>(c + i);
+            const char* b3 = b0 + 3 * lb;
+            const char* b6 = b0 + 6 * lb;
+            double* yp = y + i;
+            auto ld = [](const char* p) {
+                return _mm_loadu_pd(reinterpret_cast<const double*>(p));
+            };
+            for (int q = (m - i) >> 1; q > 0; --q) {
+                __m128d s = _mm_load_pd(yp);
+                s = _mm_add_pd(s, _mm_mul_pd(ld(b0), tv[0]));
+                s = _mm_add_pd(s, _mm_mul_pd(ld(b0 + lb), tv[1]));
+                s = _mm_add_pd(s, _mm_mul_pd(ld(b0 + 2 * lb), tv[2]));
+                s = _mm_add_pd(s, _mm_mul_pd(ld(b3), tv[3]));
+                s = _mm_add_pd(s, _mm_mul_pd(ld(b3 + lb), tv[4]));
+                s = _mm_add_pd(s, _mm_mul_pd(ld(b3 + 2 * lb), tv[5]));
+                s = _mm_add_pd(s, _mm_mul_pd(ld(b6), tv[6]));
+                s = _mm_add_pd(s, _mm_mul_pd(ld(b6 + lb), tv[7]));
+                _mm_store_pd(yp, s);
+                b0 += 16;
+                b3 += 16;
+                b6 += 16;
+                yp += 2;
+            }
+            i += (m - i) & ~1;
+        } else {
+            for (; i + 8 <= m; i += 8) {
+#pragma GCC unroll 4
+                for (int v = 0; v < 8; v += 2) {
+                    __m128d s = _mm_load_pd(y + i + v);
+#pragma GCC unroll 4
+                    for (int k = 0; k < K; ++k)
+                        s = _mm_add_pd(s, _mm_mul_pd(_mm_loadu_pd(c + k * lda + i + v), tv[k]));
+                    _mm_store_pd(y + i + v, s);
+                }
+            }
+            for (; i + 2 <= m; i += 2) {
+                __m128d s = _mm_load_pd(y + i);
+#pragma GCC unroll 4
+                for (int k = 0; k < K; ++k)
+                    s = _mm_add_pd(s, _mm_mul_pd(_mm_loadu_pd(c + k * lda + i), tv[k]));
+                _mm_store_pd(y + i, s);
+            }
+        }
+    }
+    for (; i < m; ++i) row(i);
+}
+
+template <int K, bool XU>
+[[gnu::noinline]] void d_t_block(int m, double alpha, const double* c, idx lda, const double* x,
+                                 idx incx, double* y, idx incy) {
+    const idx ix = XU ? 1 : incx;
+    double t[K];
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) t[k] = x[0] * c[k * lda];
+    if (m >= 2) {
+        int i = 1;
+        const double* xp = x + ix;
+        auto row = [&]() {
+            const double xv = *xp;
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) t[k] = t[k] + xv * c[k * lda + i];
+            ++i;
+            xp += ix;
+        };
+        bool vec = false;
+        if (m - 1 >= 2) {
+            const unsigned pa = addr_bits(c + (K - 1) * lda + 1);
+            if ((pa & 7u) == 0) {
+                vec = true;
+                if (pa & 8u) row();
+            }
+        }
+        if (vec && m - i >= 2) {
+            auto ldx = [&]() {
+                if constexpr (XU)
+                    return _mm_loadu_pd(xp);
+                else
+                    return _mm_loadh_pd(_mm_load_sd(xp), xp + ix);
+            };
+            __m128d acc[K];
+            __m128d xv = ldx();
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) acc[k] = _mm_mul_pd(_mm_loadu_pd(c + k * lda + i), xv);
+            i += 2;
+            xp += 2 * ix;
+            for (; i + 2 <= m; i += 2, xp += 2 * ix) {
+                xv = ldx();
+#pragma GCC unroll 4
+                for (int k = 0; k < K; ++k)
+                    acc[k] = _mm_add_pd(acc[k], _mm_mul_pd(_mm_loadu_pd(c + k * lda + i), xv));
+            }
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) {
+                t[k] = t[k] + _mm_cvtsd_f64(acc[k]);
+                t[k] = t[k] + _mm_cvtsd_f64(_mm_unpackhi_pd(acc[k], acc[k]));
+            }
+        }
+        while (i < m) row();
+    }
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
+}
+
+void d_n_strided(int m, int n, double alpha, const double* a, idx lda, const double* x, int incx,
+                 double* y, int incy) {
+    const idx ix = incx, iy = incy;
+    x += vec_start(n, incx);
+    y += vec_start(m, incy);
+    int j = 0;
+    for (; j + 4 <= n; j += 4) {
+        const double* c = a + j * lda;
+        const double t0 = alpha * x[j * ix], t1 = alpha * x[(j + 1) * ix];
+        const double t2 = alpha * x[(j + 2) * ix], t3 = alpha * x[(j + 3) * ix];
+        double* yp = y;
+        for (int i = 0; i < m; ++i, yp += iy) {
+            double s = *yp;
+            s = s + t0 * c[i];
+            s = s + t1 * c[lda + i];
+            s = s + t2 * c[2 * lda + i];
+            s = s + t3 * c[3 * lda + i];
+            *yp = s;
+        }
+    }
+    for (; j < n; ++j) {
+        const double* c = a + j * lda;
+        const double t = alpha * x[j * ix];
+        double* yp = y;
+        int i = 0;
+        for (; i + 2 <= m; i += 2, yp += 2 * iy) {
+            yp[0] = yp[0] + t * c[i];
+            yp[iy] = yp[iy] + t * c[i + 1];
+        }
+        if (i < m) *yp = *yp + t * c[i];
+    }
+}
+
+// ------------------------------------------------------------------- C
+// Complex operands are walked as floats: c and y point at real parts,
+// lda and the increments count floats.
+
+// t = alpha*x for one column, the lanes of c_mul(x, ar, ai).
+inline void c_prod(const float* q, float tr, float ti, float& pr, float& pi) {
+    pr = q[0] * tr - q[1] * ti;
+    pi = q[1] * tr + q[0] * ti;
+}
+
+// A single element lives in the low half of a register and goes through
+// the same c_mul as the vectors: the peel and tail rows give the bits the
+// vector lanes would, and a row of K columns fits the eight registers.
+template <int K>
+[[gnu::noinline]] void c_n_block(int m, float ar, float ai, const float* c, idx lda, const float* x,
+                                 float* y) {
+    __m128 trv[K], tiv[K];
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) {
+        float tr, ti;
+        c_prod(x + 2 * k, ar, ai, tr, ti);
+        trv[k] = _mm_set1_ps(tr);
+        tiv[k] = _mm_set1_ps(ti);
+    }
+    auto row = [&](int r) {
+        __m128 s = load_pair(y + 2 * r);
+#pragma GCC unroll 4
+        for (int k = 0; k < K; ++k)
+            s = _mm_add_ps(s, c_mul(load_pair(c + k * lda + 2 * r), trv[k], tiv[k]));
+        store_pair(y + 2 * r, s);
+    };
+    int i = 0;
+    if ((addr_bits(y) & 7u) == 0) {
+        if ((addr_bits(y) & 8u) != 0 && m > 0) row(i++);
+        // Four vectors (eight elements) a pass, each vector finished over
+        // the K columns before the next: one y and two temporaries live.
+        for (; i + 8 <= m; i += 8) {
+#pragma GCC unroll 4
+            for (int v = 0; v < 16; v += 4) {
+                __m128 s = _mm_load_ps(y + 2 * i + v);
+#pragma GCC unroll 4
+                for (int k = 0; k < K; ++k)
+                    s = _mm_add_ps(s, c_mul(_mm_loadu_ps(c + k * lda + 2 * i + v), trv[k], tiv[k]));
+                _mm_store_ps(y + 2 * i + v, s);
+            }
+        }
+        for (; i + 2 <= m; i += 2) {
+            __m128 s = _mm_load_ps(y + 2 * i);
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k)
+                s = _mm_add_ps(s, c_mul(_mm_loadu_ps(c + k * lda + 2 * i), trv[k], tiv[k]));
+            _mm_store_ps(y + 2 * i, s);
+        }
+    }
+    for (; i < m; ++i) row(i);
+}
+
+// Transposed (CJ false) or conjugate transposed (CJ true). The conjugate
+// folds the sign of A's imaginary part into the broadcast parts of x:
+// re lanes (xr, -xr), im lanes (-xi, xi), so c_mul yields conj(a)*x.
+template <int K, bool XU, bool CJ>
+[[gnu::noinline]] void c_t_block(int m, const __m128& alr, const __m128& ali, const float* c,
+                                 idx lda, const float* x, idx incx, float* y, idx incy) {
+    const idx ix = XU ? 2 : incx;
+    const __m128 sr = _mm_set_ps(-0.0f, 0.0f, -0.0f, 0.0f);
+    const __m128 si = _mm_set_ps(0.0f, -0.0f, 0.0f, -0.0f);
+    __m128 xr, xi;
+    auto split = [&](__m128 v) {
+        xr = _mm_moveldup_ps(v);
+        xi = _mm_movehdup_ps(v);
+        if constexpr (CJ) {
+            xr = _mm_xor_ps(xr, sr);
+            xi = _mm_xor_ps(xi, si);
+        }
+    };
+    // The dot products, one element in the low half of each register.
+    __m128 t[K];
+    split(load_pair(x));
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) t[k] = c_mul(load_pair(c + k * lda), xr, xi);
+    if (m >= 2) {
+        int i = 1;
+        const float* xp = x + ix;
+        auto row = [&]() {
+            split(load_pair(xp));
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k)
+                t[k] = _mm_add_ps(t[k], c_mul(load_pair(c + k * lda + 2 * i), xr, xi));
+            ++i;
+            xp += ix;
+        };
+        bool vec = false;
+        if (m - 1 >= 2) {
+            const unsigned pa = addr_bits(c + (K - 1) * lda + 2);
+            if ((pa & 7u) == 0) {
+                vec = true;
+                if (pa & 8u) row();
+            }
+        }
+        if (vec && m - i >= 2) {
+            auto ldx = [&]() {
+                if constexpr (XU)
+                    split(_mm_loadu_ps(xp));
+                else
+                    split(_mm_loadh_pi(load_pair(xp), reinterpret_cast<const __m64*>(xp + ix)));
+            };
+            __m128 acc[K];
+            ldx();
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) acc[k] = c_mul(_mm_loadu_ps(c + k * lda + 2 * i), xr, xi);
+            i += 2;
+            xp += 2 * ix;
+            for (; i + 2 <= m; i += 2, xp += 2 * ix) {
+                ldx();
+#pragma GCC unroll 4
+                for (int k = 0; k < K; ++k)
+                    acc[k] = _mm_add_ps(acc[k], c_mul(_mm_loadu_ps(c + k * lda + 2 * i), xr, xi));
+            }
+            // Lane by lane: the low element first, then the high one.
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) {
+                t[k] = _mm_add_ps(t[k], acc[k]);
+                t[k] = _mm_add_ps(t[k], _mm_movehl_ps(acc[k], acc[k]));
+            }
+        }
+        while (i < m) row();
+    }
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) {
+        float* q = y + k * incy;
+        store_pair(q, _mm_add_ps(load_pair(q), c_mul(t[k], alr, ali)));
+    }
+}
+
+void c_n_strided(int m, int n, float ar, float ai, const float* a, idx lda, const float* x,
+                 idx incx, float* y, idx incy) {
+    int j = 0;
+    for (; j + 2 <= n; j += 2) {
+        const float* c0 = a + j * lda;
+        const float* c1 = c0 + lda;
+        float t0r, t0i, t1r, t1i;
+        c_prod(x + j * incx, ar, ai, t0r, t0i);
+        c_prod(x + (j + 1) * incx, ar, ai, t1r, t1i);
+        const __m128 r0 = _mm_set1_ps(t0r), i0 = _mm_set1_ps(t0i);
+        const __m128 r1 = _mm_set1_ps(t1r), i1 = _mm_set1_ps(t1i);
+        float* yp = y;
+        for (int i = 0; i < m; ++i, yp += incy) {
+            __m128 s = load_pair(yp);
+            s = _mm_add_ps(s, c_mul(load_pair(c0 + 2 * i), r0, i0));
+            s = _mm_add_ps(s, c_mul(load_pair(c1 + 2 * i), r1, i1));
+            store_pair(yp, s);
+        }
+    }
+    if (j < n) {
+        const float* c = a + j * lda;
+        float tr, ti;
+        c_prod(x + j * incx, ar, ai, tr, ti);
+        const __m128 r = _mm_set1_ps(tr), q = _mm_set1_ps(ti);
+        float* yp = y;
+        int i = 0;
+        for (; i + 2 <= m; i += 2, yp += 2 * incy) {
+            store_pair(yp, _mm_add_ps(load_pair(yp), c_mul(load_pair(c + 2 * i), r, q)));
+            store_pair(yp + incy,
+                       _mm_add_ps(load_pair(yp + incy), c_mul(load_pair(c + 2 * i + 2), r, q)));
+        }
+        if (i < m) store_pair(yp, _mm_add_ps(load_pair(yp), c_mul(load_pair(c + 2 * i), r, q)));
+    }
+}
+
+// ------------------------------------------------------------------- Z
+// Walked as doubles like C. An element is one vector, so there is no peel:
+// the "scalar" step is the same vector operation.
+
+template <int K>
+[[gnu::noinline]] void z_n_block(int m, __m128d alr, __m128d ali, const double* c, idx lda,
+                                 const double* x, double* y) {
+    __m128d trv[K], tiv[K];
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) {
+        const __m128d t = z_mul(_mm_loadu_pd(x + 2 * k), alr, ali);
+        trv[k] = _mm_unpacklo_pd(t, t);
+        tiv[k] = _mm_unpackhi_pd(t, t);
+    }
+    auto elem = [&](int r) {
+        __m128d s = _mm_loadu_pd(y + 2 * r);
+#pragma GCC unroll 4
+        for (int k = 0; k < K; ++k)
+            s = _mm_add_pd(s, z_mul(_mm_loadu_pd(c + k * lda + 2 * r), trv[k], tiv[k]));
+        _mm_storeu_pd(y + 2 * r, s);
+    };
+    int i = 0;
+    if ((addr_bits(y) & 15u) == 0) {
+        for (; i + 4 <= m; i += 4) {
+#pragma GCC unroll 4
+            for (int v = 0; v < 4; ++v) {
+                __m128d s = _mm_load_pd(y + 2 * (i + v));
+#pragma GCC unroll 4
+                for (int k = 0; k < K; ++k)
+                    s = _mm_add_pd(s,
+                                   z_mul(_mm_loadu_pd(c + k * lda + 2 * (i + v)), trv[k], tiv[k]));
+                _mm_store_pd(y + 2 * (i + v), s);
+            }
+        }
+    }
+    for (; i < m; ++i) elem(i);
+}
+
+template <int K, bool CJ>
+[[gnu::noinline]] void z_t_block(int m, __m128d alr, __m128d ali, const double* c, idx lda,
+                                 const double* x, idx incx, double* y, idx incy) {
+    const __m128d sr = _mm_set_pd(-0.0, 0.0), si = _mm_set_pd(0.0, -0.0);
+    __m128d xr, xi;
+    auto ldx = [&](const double* p) {
+        xr = _mm_loaddup_pd(p);
+        xi = _mm_loaddup_pd(p + 1);
+        if constexpr (CJ) {
+            xr = _mm_xor_pd(xr, sr);
+            xi = _mm_xor_pd(xi, si);
+        }
+    };
+    // The accumulators are the dot products themselves: a vector holds
+    // one element, so there are no lanes to reduce.
+    __m128d t[K];
+    ldx(x);
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) t[k] = z_mul(_mm_loadu_pd(c + k * lda), xr, xi);
+    const double* xp = x + incx;
+    for (int i = 1; i < m; ++i, xp += incx) {
+        ldx(xp);
+#pragma GCC unroll 4
+        for (int k = 0; k < K; ++k)
+            t[k] = _mm_add_pd(t[k], z_mul(_mm_loadu_pd(c + k * lda + 2 * i), xr, xi));
+    }
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) {
+        double* q = y + k * incy;
+        _mm_storeu_pd(q, _mm_add_pd(_mm_loadu_pd(q), z_mul(t[k], alr, ali)));
+    }
+}
+
+void z_n_strided(int m, int n, __m128d alr, __m128d ali, const double* a, idx lda, const double* x,
+                 idx incx, double* y, idx incy) {
+    int j = 0;
+    for (; j + 2 <= n; j += 2) {
+        const double* c0 = a + j * lda;
+        const double* c1 = c0 + lda;
+        const __m128d t0 = z_mul(_mm_loadu_pd(x + j * incx), alr, ali);
+        const __m128d t1 = z_mul(_mm_loadu_pd(x + (j + 1) * incx), alr, ali);
+        const __m128d t0r = _mm_unpacklo_pd(t0, t0), t0i = _mm_unpackhi_pd(t0, t0);
+        const __m128d t1r = _mm_unpacklo_pd(t1, t1), t1i = _mm_unpackhi_pd(t1, t1);
+        double* yp = y;
+        for (int i = 0; i < m; ++i, yp += incy) {
+            __m128d s = _mm_loadu_pd(yp);
+            s = _mm_add_pd(s, z_mul(_mm_loadu_pd(c0 + 2 * i), t0r, t0i));
+            s = _mm_add_pd(s, z_mul(_mm_loadu_pd(c1 + 2 * i), t1r, t1i));
+            _mm_storeu_pd(yp, s);
+        }
+    }
+    if (j < n) {
+        const double* c = a + j * lda;
+        const __m128d t = z_mul(_mm_loadu_pd(x + j * incx), alr, ali);
+        const __m128d tr = _mm_unpacklo_pd(t, t), ti = _mm_unpackhi_pd(t, t);
+        double* yp = y;
+        int i = 0;
+        for (; i + 2 <= m; i += 2, yp += 2 * incy) {
+            _mm_storeu_pd(yp, _mm_add_pd(_mm_loadu_pd(yp), z_mul(_mm_loadu_pd(c + 2 * i), tr, ti)));
+            _mm_storeu_pd(yp + incy, _mm_add_pd(_mm_loadu_pd(yp + incy),
+                                                z_mul(_mm_loadu_pd(c + 2 * i + 2), tr, ti)));
+        }
+        if (i < m)
+            _mm_storeu_pd(yp, _mm_add_pd(_mm_loadu_pd(yp), z_mul(_mm_loadu_pd(c + 2 * i), tr, ti)));
+    }
+}
+
+enum class op { n, t, c };
+
+inline op letter(const char* trans) {
+    const char t = *trans;
+    if (t == 'N' || t == 'n') return op::n;
+    if (t == 'T' || t == 't') return op::t;
+    return op::c;
+}
+
+}  // namespace
+
+void sgemv(const char* trans, const int* pm, const int* pn, const float* palpha, const float* a,
+           const int* plda, const float* x, const int* pincx, const float* pbeta, float* y,
+           const int* pincy) {
+    const int m = *pm, n = *pn;
+    if (m <= 0 || n <= 0) return;
+    const float alpha = *palpha, beta = *pbeta;
+    if (alpha == 0.0f && beta == 1.0f) return;
+    const bool nt = letter(trans) == op::n;
+    const int incx = *pincx, incy = *pincy;
+    if (beta != 1.0f) s_scale(nt ? m : n, beta, y, incy);
+    if (alpha == 0.0f) return;
+    const idx lda = *plda;
+    if (nt) {
+        if (incx != 1 || incy != 1) {
+            s_n_strided(m, n, alpha, a, lda, x, incx, y, incy);
+            return;
+        }
+        int j = 0;
+        for (; j + 4 <= n; j += 4) s_n_block<4>(m, alpha, a + j * lda, lda, x + j, y);
+        for (; j < n; ++j) s_n_block<1>(m, alpha, a + j * lda, lda, x + j, y);
+        return;
+    }
+    const idx ix = incx, iy = incy;
+    x += vec_start(m, incx);
+    y += vec_start(n, incy);
+    int j = 0;
+    if (incx == 1) {
+        for (; j + 4 <= n; j += 4)
+            s_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+        for (; j < n; ++j) s_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+    } else {
+        for (; j + 4 <= n; j += 4)
+            s_t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+        for (; j < n; ++j) s_t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+    }
+}
+
+void dgemv(const char* trans, const int* pm, const int* pn, const double* palpha, const double* a,
+           const int* plda, const double* x, const int* pincx, const double* pbeta, double* y,
+           const int* pincy) {
+    const int m = *pm, n = *pn;
+    if (m <= 0 || n <= 0) return;
+    const double alpha = *palpha, beta = *pbeta;
+    if (alpha == 0.0 && beta == 1.0) return;
+    const bool nt = letter(trans) == op::n;
+    const int incx = *pincx, incy = *pincy;
+    if (beta != 1.0) d_scale(nt ? m : n, beta, y, incy);
+    if (alpha == 0.0) return;
+    const idx lda = *plda;
+    if (nt) {
+        if (incx != 1 || incy != 1) {
+            d_n_strided(m, n, alpha, a, lda, x, incx, y, incy);
+            return;
+        }
+        int j = 0;
+        for (; j + 8 <= n; j += 8) d_n_block<8>(m, alpha, a + j * lda, lda, x + j, y);
+        if (n - j >= 4) {
+            d_n_block<4>(m, alpha, a + j * lda, lda, x + j, y);
+            j += 4;
+        }
+        if (n - j >= 2) {
+            d_n_block<2>(m, alpha, a + j * lda, lda, x + j, y);
+            j += 2;
+        }
+        if (j < n) d_n_block<1>(m, alpha, a + j * lda, lda, x + j, y);
+        return;
+    }
+    const idx ix = incx, iy = incy;
+    x += vec_start(m, incx);
+    y += vec_start(n, incy);
+    int j = 0;
+    if (incx == 1 && incy == 1) {
+        for (; j + 4 <= n; j += 4) d_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+        if (n - j >= 2) {
+            d_t_block<2, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+            j += 2;
+        }
+        if (j < n) d_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+    } else if (incx == 1) {
+        for (; j + 4 <= n; j += 4)
+            d_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+        for (; j < n; ++j) d_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+    } else {
+        for (; j + 4 <= n; j += 4)
+            d_t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+        for (; j < n; ++j) d_t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+    }
+}
+
+namespace {
+
+template <bool CJ>
+void c_t(int m, int n, float ar, float ai, const float* a, idx lda, const float* x, int incx,
+         float* y, int incy) {
+    const __m128 alr = _mm_set1_ps(ar), ali = _mm_set1_ps(ai);
+    const idx ix = 2 * static_cast<idx>(incx), iy = 2 * static_cast<idx>(incy);
+    x += 2 * vec_start(m, incx);
+    y += 2 * vec_start(n, incy);
+    int j = 0;
+    if (incx == 1 && incy == 1) {
+        for (; j + 4 <= n; j += 4)
+            c_t_block<4, true, CJ>(m, alr, ali, a + j * lda, lda, x, 2, y + 2 * j, 2);
+        if (n - j >= 2) {
+            c_t_block<2, true, CJ>(m, alr, ali, a + j * lda, lda, x, 2, y + 2 * j, 2);
+            j += 2;
+        }
+        if (j < n) c_t_block<1, true, CJ>(m, alr, ali, a + j * lda, lda, x, 2, y + 2 * j, 2);
+    } else if (incx == 1) {
+        for (; j + 2 <= n; j += 2)
+            c_t_block<2, true, CJ>(m, alr, ali, a + j * lda, lda, x, 2, y + j * iy, iy);
+        if (j < n) c_t_block<1, true, CJ>(m, alr, ali, a + j * lda, lda, x, 2, y + j * iy, iy);
+    } else {
+        for (; j + 2 <= n; j += 2)
+            c_t_block<2, false, CJ>(m, alr, ali, a + j * lda, lda, x, ix, y + j * iy, iy);
+        if (j < n) c_t_block<1, false, CJ>(m, alr, ali, a + j * lda, lda, x, ix, y + j * iy, iy);
+    }
+}
+
+template <bool CJ>
+void z_t(int m, int n, __m128d alr, __m128d ali, const double* a, idx lda, const double* x,
+         int incx, double* y, int incy) {
+    const idx ix = 2 * static_cast<idx>(incx), iy = 2 * static_cast<idx>(incy);
+    x += 2 * vec_start(m, incx);
+    y += 2 * vec_start(n, incy);
+    int j = 0;
+    // The conjugate goes two columns a pass on every path.
+    if constexpr (!CJ) {
+        if (incx == 1 && incy == 1) {
+            for (; j + 4 <= n; j += 4)
+                z_t_block<4, CJ>(m, alr, ali, a + j * lda, lda, x, 2, y + 2 * j, 2);
+            if (n - j >= 2) {
+                z_t_block<2, CJ>(m, alr, ali, a + j * lda, lda, x, 2, y + 2 * j, 2);
+                j += 2;
+            }
+            if (j < n) z_t_block<1, CJ>(m, alr, ali, a + j * lda, lda, x, 2, y + 2 * j, 2);
+            return;
+        }
+    }
+    for (; j + 2 <= n; j += 2)
+        z_t_block<2, CJ>(m, alr, ali, a + j * lda, lda, x, ix, y + j * iy, iy);
+    if (j < n) z_t_block<1, CJ>(m, alr, ali, a + j * lda, lda, x, ix, y + j * iy, iy);
+}
+
+}  // namespace
+
+void cgemv(const char* trans, const int* pm, const int* pn, const c32* palpha, const c32* pa,
+           const int* plda, const c32* px, const int* pincx, const c32* pbeta, c32* py,
+           const int* pincy) {
+    const int m = *pm, n = *pn;
+    if (m <= 0 || n <= 0) return;
+    const float ar = palpha->re, ai = palpha->im;
+    const bool azero = ar == 0.0f && ai == 0.0f;
+    const bool bone = pbeta->re == 1.0f && pbeta->im == 0.0f;
+    if (azero && bone) return;
+    const op o = letter(trans);
+    const int incx = *pincx, incy = *pincy;
+    if (!bone) c_scale(o == op::n ? m : n, pbeta->re, pbeta->im, py, incy);
+    if (azero) return;
+    const idx lda = 2 * static_cast<idx>(*plda);
+    const float* a = &pa->re;
+    const float* x = &px->re;
+    float* y = &py->re;
+    if (o == op::n) {
+        if (incx != 1 || incy != 1) {
+            c_n_strided(m, n, ar, ai, a, lda, x + 2 * vec_start(n, incx),
+                        2 * static_cast<idx>(incx), y + 2 * vec_start(m, incy),
+                        2 * static_cast<idx>(incy));
+            return;
+        }
+        int j = 0;
+        for (; j + 4 <= n; j += 4) c_n_block<4>(m, ar, ai, a + j * lda, lda, x + 2 * j, y);
+        if (n - j >= 2) {
+            c_n_block<2>(m, ar, ai, a + j * lda, lda, x + 2 * j, y);
+            j += 2;
+        }
+        if (j < n) c_n_block<1>(m, ar, ai, a + j * lda, lda, x + 2 * j, y);
+        return;
+    }
+    if (o == op::t)
+        c_t<false>(m, n, ar, ai, a, lda, x, incx, y, incy);
+    else
+        c_t<true>(m, n, ar, ai, a, lda, x, incx, y, incy);
+}
+
+void zgemv(const char* trans, const int* pm, const int* pn, const c64* palpha, const c64* pa,
+           const int* plda, const c64* px, const int* pincx, const c64* pbeta, c64* py,
+           const int* pincy) {
+    const int m = *pm, n = *pn;
+    if (m <= 0 || n <= 0) return;
+    const double ar = palpha->re, ai = palpha->im;
+    const bool azero = ar == 0.0 && ai == 0.0;
+    const bool bone = pbeta->re == 1.0 && pbeta->im == 0.0;
+    if (azero && bone) return;
+    const op o = letter(trans);
+    const int incx = *pincx, incy = *pincy;
+    if (!bone) z_scale(o == op::n ? m : n, pbeta->re, pbeta->im, py, incy);
+    if (azero) return;
+    const idx lda = 2 * static_cast<idx>(*plda);
+    const double* a = &pa->re;
+    const double* x = &px->re;
+    double* y = &py->re;
+    const __m128d alr = _mm_set1_pd(ar), ali = _mm_set1_pd(ai);
+    if (o == op::n) {
+        if (incx != 1 || incy != 1) {
+            z_n_strided(m, n, alr, ali, a, lda, x + 2 * vec_start(n, incx),
+                        2 * static_cast<idx>(incx), y + 2 * vec_start(m, incy),
+                        2 * static_cast<idx>(incy));
+            return;
+        }
+        int j = 0;
+        for (; j + 4 <= n; j += 4) z_n_block<4>(m, alr, ali, a + j * lda, lda, x + 2 * j, y);
+        if (n - j >= 2) {
+            z_n_block<2>(m, alr, ali, a + j * lda, lda, x + 2 * j, y);
+            j += 2;
+        }
+        if (j < n) z_n_block<1>(m, alr, ali, a + j * lda, lda, x + 2 * j, y);
+        return;
+    }
+    if (o == op::t)
+        z_t<false>(m, n, alr, ali, a, lda, x, incx, y, incy);
+    else
+        z_t<true>(m, n, alr, ali, a, lda, x, incx, y, incy);
+}
+
+}  // namespace zva::b5

@@ -1,0 +1,1077 @@
+// GEMV for branch 7: AVX2 with FMA, 256-bit vectors, 32-byte boundary.
+//
+// 32-bit code has eight ymm registers. Every loop is shaped to keep at most
+// eight vectors live: the accumulators of its row block, the broadcast column
+// factor in use and one or two temporaries. Factors that do not fit are
+// broadcast from memory inside the loop, which costs one load, like any other
+// operand.
+//
+// Column blocks per pass (as many of the first width as fit, then at most one
+// of each following width; a trailing 1 after a 4 repeats):
+//   D  N unit 8,4,2,1   N strided 4,1   T unit 4,2,1   T strided 4,1
+//   S  4,1 on every path
+//   C  N, T and C unit 4,2,1            strided 2,1
+//   Z  N and T unit 4,2,1   C unit 2,1  strided 2,1
+//
+// Sums:
+//   Update form (N): y + t0*a0 + t1*a1 + ... left to right, each step fused,
+//   except the D 8-column block, which uses two fixed trees (see n_tree8_v
+//   and n_tree8_s): one vector of rows a pass gives no row parallelism, so
+//   the tree hides the FMA latency.
+//   Dot form (T, C): separate multiply and add per row, one accumulator per
+//   column; only y += alpha*t is fused (a single fma in the real types, the
+//   fmaddsub product in the complex ones).
+//   Complex products: swapped-pair multiply, then fmaddsub.
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "level2/kernels.h"
+
+#define ZI inline __attribute__((always_inline))
+#define NOI __attribute__((noinline))
+
+namespace zva::b7 {
+namespace {
+
+// Elements to step until p sits on a 32-byte boundary, or -1 when it never
+// will (p not aligned to its element size).
+ZI int peel_to_32(const void* p, unsigned elem) {
+    const unsigned r = static_cast<unsigned>(reinterpret_cast<uintptr_t>(p)) & 31u;
+    if (r == 0) return 0;
+    if (r % elem) return -1;
+    return static_cast<int>((32u - r) / elem);
+}
+
+// Calls f(0) .. f(N-1) with constant arguments, so that small arrays of
+// accumulators indexed by k stay in registers.
+template <int N, class F>
+ZI void each(F&& f) {
+    f(0);
+    if constexpr (N > 1) f(1);
+    if constexpr (N > 2) f(2);
+    if constexpr (N > 3) f(3);
+    if constexpr (N > 4) f(4);
+    if constexpr (N > 5) f(5);
+    if constexpr (N > 6) f(6);
+    if constexpr (N > 7) f(7);
+}
+
+// Lane widths: LV a whole ymm, LH 128 bits (two reals, or the low 64 bits in
+// S; two complex singles or one complex double), LS one element in the low
+// lane of an xmm register, the rest zero (real) or ignored (complex). Scalar
+// steps stay in vector registers, so no moves are needed between scalar and
+// vector form around the intrinsics.
+struct LV {};
+struct LH {};
+struct LS {};
+
+template <class T> struct vt;
+template <> struct vt<float> { using V = __m256; using E = __m128; static constexpr int W = 8; };
+template <> struct vt<double> { using V = __m256d; using E = __m128d; static constexpr int W = 4; };
+template <> struct vt<c32> { using V = __m256; using E = __m128; static constexpr int W = 4; };
+template <> struct vt<c64> { using V = __m256d; using E = __m128d; static constexpr int W = 2; };
+
+// ---- arithmetic, overloaded on the register type --------------------------
+
+ZI __m256d add(__m256d a, __m256d b) { return _mm256_add_pd(a, b); }
+ZI __m256 add(__m256 a, __m256 b) { return _mm256_add_ps(a, b); }
+ZI __m128d add(__m128d a, __m128d b) { return _mm_add_pd(a, b); }
+ZI __m128 add(__m128 a, __m128 b) { return _mm_add_ps(a, b); }
+ZI double add(double a, double b) { return a + b; }
+ZI float add(float a, float b) { return a + b; }
+
+ZI __m256d mul(__m256d a, __m256d b) { return _mm256_mul_pd(a, b); }
+ZI __m256 mul(__m256 a, __m256 b) { return _mm256_mul_ps(a, b); }
+ZI __m128d mul(__m128d a, __m128d b) { return _mm_mul_pd(a, b); }
+ZI __m128 mul(__m128 a, __m128 b) { return _mm_mul_ps(a, b); }
+ZI double mul(double a, double b) { return a * b; }
+ZI float mul(float a, float b) { return a * b; }
+
+// a*b + c, one rounding.
+ZI __m256d madd(__m256d a, __m256d b, __m256d c) { return _mm256_fmadd_pd(a, b, c); }
+ZI __m256 madd(__m256 a, __m256 b, __m256 c) { return _mm256_fmadd_ps(a, b, c); }
+ZI __m128d madd(__m128d a, __m128d b, __m128d c) { return _mm_fmadd_pd(a, b, c); }
+ZI __m128 madd(__m128 a, __m128 b, __m128 c) { return _mm_fmadd_ps(a, b, c); }
+ZI double madd(double a, double b, double c) {
+    return _mm_cvtsd_f64(_mm_fmadd_sd(_mm_set_sd(a), _mm_set_sd(b), _mm_set_sd(c)));
+}
+ZI float madd(float a, float b, float c) {
+    return _mm_cvtss_f32(_mm_fmadd_ss(_mm_set_ss(a), _mm_set_ss(b), _mm_set_ss(c)));
+}
+
+// ---- real loads, stores, broadcasts ----------------------------------------
+
+ZI __m256d ld(LV, const double* p) { return _mm256_loadu_pd(p); }
+ZI __m256 ld(LV, const float* p) { return _mm256_loadu_ps(p); }
+ZI __m128d ld(LH, const double* p) { return _mm_loadu_pd(p); }
+ZI __m128 ld(LH, const float* p) {
+    return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+}
+ZI __m128d ld(LS, const double* p) { return _mm_load_sd(p); }
+ZI __m128 ld(LS, const float* p) { return _mm_load_ss(p); }
+
+ZI void st(LV, double* p, __m256d v) { _mm256_storeu_pd(p, v); }
+ZI void st(LV, float* p, __m256 v) { _mm256_storeu_ps(p, v); }
+ZI void st(LH, double* p, __m128d v) { _mm_storeu_pd(p, v); }
+ZI void st(LH, float* p, __m128 v) { _mm_storel_pi(reinterpret_cast<__m64*>(p), v); }
+ZI void st(LS, double* p, __m128d v) { _mm_store_sd(p, v); }
+ZI void st(LS, float* p, __m128 v) { _mm_store_ss(p, v); }
+
+ZI __m256d bc(LV, const double* p) { return _mm256_set1_pd(*p); }
+ZI __m256 bc(LV, const float* p) { return _mm256_set1_ps(*p); }
+ZI __m128d bc(LH, const double* p) { return _mm_set1_pd(*p); }
+ZI __m128 bc(LH, const float* p) { return _mm_set1_ps(*p); }
+ZI __m128d bc(LS, const double* p) { return _mm_load_sd(p); }
+ZI __m128 bc(LS, const float* p) { return _mm_load_ss(p); }
+
+// t + lane 0 + lane 1 + ..., in lane order.
+ZI double lanesum(double t, __m128d v) {
+    t += _mm_cvtsd_f64(v);
+    return t + _mm_cvtsd_f64(_mm_unpackhi_pd(v, v));
+}
+ZI double lanesum(double t, __m256d v) {
+    t = lanesum(t, _mm256_castpd256_pd128(v));
+    return lanesum(t, _mm256_extractf128_pd(v, 1));
+}
+ZI float lanesum(float t, __m128 v) {  // the low two lanes (an LH value)
+    t += _mm_cvtss_f32(v);
+    return t + _mm_cvtss_f32(_mm_movehdup_ps(v));
+}
+ZI float lanesum4(float t, __m128 v) {
+    t = lanesum(t, v);
+    return lanesum(t, _mm_movehl_ps(v, v));
+}
+ZI float lanesum(float t, __m256 v) {
+    t = lanesum4(t, _mm256_castps256_ps128(v));
+    return lanesum4(t, _mm256_extractf128_ps(v, 1));
+}
+
+// ---- complex loads, stores, broadcasts, products ---------------------------
+
+ZI __m256 ld(LV, const c32* p) { return _mm256_loadu_ps(&p->re); }
+ZI __m128 ld(LH, const c32* p) { return _mm_loadu_ps(&p->re); }
+ZI __m128 ld(LS, const c32* p) {
+    return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+}
+ZI __m256d ld(LV, const c64* p) { return _mm256_loadu_pd(&p->re); }
+ZI __m128d ld(LH, const c64* p) { return _mm_loadu_pd(&p->re); }
+ZI __m128d ld(LS, const c64* p) { return _mm_loadu_pd(&p->re); }
+
+ZI void st(LV, c32* p, __m256 v) { _mm256_storeu_ps(&p->re, v); }
+ZI void st(LH, c32* p, __m128 v) { _mm_storeu_ps(&p->re, v); }
+ZI void st(LS, c32* p, __m128 v) { _mm_storel_pi(reinterpret_cast<__m64*>(p), v); }
+ZI void st(LV, c64* p, __m256d v) { _mm256_storeu_pd(&p->re, v); }
+ZI void st(LH, c64* p, __m128d v) { _mm_storeu_pd(&p->re, v); }
+ZI void st(LS, c64* p, __m128d v) { _mm_storeu_pd(&p->re, v); }
+
+// Real and imaginary part of *p in every lane.
+ZI __m256 bre(LV, const c32* p) { return _mm256_set1_ps(p->re); }
+ZI __m256 bim(LV, const c32* p) { return _mm256_set1_ps(p->im); }
+ZI __m128 bre(LH, const c32* p) { return _mm_set1_ps(p->re); }
+ZI __m128 bim(LH, const c32* p) { return _mm_set1_ps(p->im); }
+ZI __m128 bre(LS, const c32* p) { return _mm_set1_ps(p->re); }
+ZI __m128 bim(LS, const c32* p) { return _mm_set1_ps(p->im); }
+ZI __m256d bre(LV, const c64* p) { return _mm256_set1_pd(p->re); }
+ZI __m256d bim(LV, const c64* p) { return _mm256_set1_pd(p->im); }
+ZI __m128d bre(LH, const c64* p) { return _mm_set1_pd(p->re); }
+ZI __m128d bim(LH, const c64* p) { return _mm_set1_pd(p->im); }
+ZI __m128d bre(LS, const c64* p) { return _mm_set1_pd(p->re); }
+ZI __m128d bim(LS, const c64* p) { return _mm_set1_pd(p->im); }
+
+// Pairs swapped: (re, im) -> (im, re).
+ZI __m256 swp(__m256 v) { return _mm256_permute_ps(v, 0xB1); }
+ZI __m128 swp(__m128 v) { return _mm_permute_ps(v, 0xB1); }
+ZI __m256d swp(__m256d v) { return _mm256_permute_pd(v, 5); }
+ZI __m128d swp(__m128d v) { return _mm_permute_pd(v, 1); }
+
+// Real / imaginary part of each pair duplicated over the pair.
+ZI __m256 dre(__m256 v) { return _mm256_moveldup_ps(v); }
+ZI __m256 dim(__m256 v) { return _mm256_movehdup_ps(v); }
+ZI __m128 dre(__m128 v) { return _mm_moveldup_ps(v); }
+ZI __m128 dim(__m128 v) { return _mm_movehdup_ps(v); }
+ZI __m256d dre(__m256d v) { return _mm256_movedup_pd(v); }
+ZI __m256d dim(__m256d v) { return _mm256_permute_pd(v, 15); }
+ZI __m128d dre(__m128d v) { return _mm_movedup_pd(v); }
+ZI __m128d dim(__m128d v) { return _mm_permute_pd(v, 3); }
+
+ZI __m256 neg(__m256 v) { return _mm256_xor_ps(v, _mm256_set1_ps(-0.0f)); }
+ZI __m128 neg(__m128 v) { return _mm_xor_ps(v, _mm_set1_ps(-0.0f)); }
+ZI __m256d neg(__m256d v) { return _mm256_xor_pd(v, _mm256_set1_pd(-0.0)); }
+ZI __m128d neg(__m128d v) { return _mm_xor_pd(v, _mm_set1_pd(-0.0)); }
+
+// Imaginary parts negated.
+ZI __m128 conj(__m128 v) { return _mm_xor_ps(v, _mm_setr_ps(0.0f, -0.0f, 0.0f, -0.0f)); }
+ZI __m128d conj(__m128d v) { return _mm_xor_pd(v, _mm_setr_pd(0.0, -0.0)); }
+
+ZI __m256 fmaddsub(__m256 a, __m256 b, __m256 c) { return _mm256_fmaddsub_ps(a, b, c); }
+ZI __m128 fmaddsub(__m128 a, __m128 b, __m128 c) { return _mm_fmaddsub_ps(a, b, c); }
+ZI __m256d fmaddsub(__m256d a, __m256d b, __m256d c) { return _mm256_fmaddsub_pd(a, b, c); }
+ZI __m128d fmaddsub(__m128d a, __m128d b, __m128d c) { return _mm_fmaddsub_pd(a, b, c); }
+
+// a * (br + i bi) per pair: (ar br - ai bi, ai br + ar bi).
+template <class V>
+ZI V cmul(V a, V br, V bi) {
+    return fmaddsub(a, br, mul(swp(a), bi));
+}
+
+// t + pair 0 + pair 1 + ..., in pair order (result in the low pair).
+ZI __m128 csum(__m128 t, __m128 h) {  // two complex singles
+    t = _mm_add_ps(t, h);
+    return _mm_add_ps(t, _mm_movehl_ps(h, h));
+}
+ZI __m128 csum(__m128 t, __m256 v) {
+    t = csum(t, _mm256_castps256_ps128(v));
+    return csum(t, _mm256_extractf128_ps(v, 1));
+}
+ZI __m128d csum(__m128d t, __m256d v) {
+    t = _mm_add_pd(t, _mm256_castpd256_pd128(v));
+    return _mm_add_pd(t, _mm256_extractf128_pd(v, 1));
+}
+
+// ---- x accessors for the dot form: unit stride, or gathered -----------------
+
+template <class T>
+struct XUnit {
+    const T* x;
+    ZI auto s(int i) const {
+        if constexpr (__is_same(T, float) || __is_same(T, double)) return x[i];
+        else return ld(LS{}, x + i);
+    }
+    ZI auto h(int i) const { return ld(LH{}, x + i); }
+    ZI auto v(int i) const { return ld(LV{}, x + i); }
+};
+
+template <class T> struct XGath;
+
+template <>
+struct XGath<double> {
+    const double* x;
+    int inc;
+    ZI double s(int i) const { return x[i * inc]; }
+    ZI __m128d h(int i) const {
+        const double* p = x + i * inc;
+        return _mm_loadh_pd(_mm_load_sd(p), p + inc);
+    }
+    ZI __m256d v(int i) const {
+        const double* p = x + i * inc;
+        const __m128d lo = _mm_loadh_pd(_mm_load_sd(p), p + inc);
+        const __m128d hi = _mm_loadh_pd(_mm_load_sd(p + 2 * inc), p + 3 * inc);
+        return _mm256_insertf128_pd(_mm256_castpd128_pd256(lo), hi, 1);
+    }
+};
+
+template <>
+struct XGath<float> {
+    const float* x;
+    int inc;
+    ZI float s(int i) const { return x[i * inc]; }
+    ZI __m128 pair(const float* p) const {
+        return _mm_unpacklo_ps(_mm_load_ss(p), _mm_load_ss(p + inc));
+    }
+    ZI __m128 h(int i) const { return pair(x + i * inc); }
+    ZI __m256 v(int i) const {
+        const float* p = x + i * inc;
+        const int i2 = 2 * inc;
+        const __m128 lo = _mm_movelh_ps(pair(p), pair(p + i2));
+        const __m128 hi = _mm_movelh_ps(pair(p + 2 * i2), pair(p + 3 * i2));
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(lo), hi, 1);
+    }
+};
+
+template <>
+struct XGath<c32> {
+    const c32* x;
+    int inc;
+    ZI __m128 s(int i) const { return ld(LS{}, x + i * inc); }
+    ZI __m128 pair(const c32* p) const {
+        return _mm_loadh_pi(ld(LS{}, p), reinterpret_cast<const __m64*>(p + inc));
+    }
+    ZI __m128 h(int i) const { return pair(x + i * inc); }
+    ZI __m256 v(int i) const {
+        const c32* p = x + i * inc;
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(pair(p)), pair(p + 2 * inc), 1);
+    }
+};
+
+template <>
+struct XGath<c64> {
+    const c64* x;
+    int inc;
+    ZI __m128d s(int i) const { return ld(LS{}, x + i * inc); }
+    ZI __m128d h(int i) const { return s(i); }
+    ZI __m256d v(int i) const {
+        const c64* p = x + i * inc;
+        return _mm256_insertf128_pd(_mm256_castpd128_pd256(ld(LS{}, p)), ld(LS{}, p + inc), 1);
+    }
+};
+
+// ---- y := beta*y ------------------------------------------------------------
+
+// Below about 100 bytes a store loop beats the call of a fill.
+template <class T> constexpr int fill_from = 0;
+template <> constexpr int fill_from<float> = 25;
+template <> constexpr int fill_from<double> = 13;
+template <> constexpr int fill_from<c32> = 13;
+template <> constexpr int fill_from<c64> = 7;
+
+// One zero element, written as integer zeros.
+ZI void zero1(void* p, unsigned bytes) {
+    const __m128i z = _mm_setzero_si128();
+    if (bytes == 4) _mm_storeu_si32(p, z);
+    else if (bytes == 8) _mm_storel_epi64(static_cast<__m128i*>(p), z);
+    else _mm_storeu_si128(static_cast<__m128i*>(p), z);
+}
+
+// Eight contiguous zero elements.
+template <class T>
+ZI void zero8(T* p) {
+    const __m256i z = _mm256_setzero_si256();
+    char* c = reinterpret_cast<char*>(p);
+    for (unsigned b = 0; b < 8 * sizeof(T); b += 32)
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(c + b), z);
+}
+
+// beta == 0: y is written, never read, so NaNs in it go away.
+template <class T>
+void zero_y(T* y, int n, int incy) {
+    constexpr unsigned E = sizeof(T);
+    if (incy == 1) {
+        if (n >= fill_from<T>) {
+            // A plain fill: the C library's is the fastest for long runs.
+            __builtin_memset(y, 0, static_cast<unsigned>(n) * E);
+            return;
+        }
+        // Short: straight-line stores, 8 elements a pass, then singly. No
+        // loops here, so the compiler does not turn them into a fill call.
+        constexpr int passes = (fill_from<T> - 1) / 8;
+        int i = 0;
+        if constexpr (passes >= 1) if (n >= 8) { zero8(y); i = 8; }
+        if constexpr (passes >= 2) if (n >= 16) { zero8(y + 8); i = 16; }
+        if constexpr (passes >= 3) if (n >= 24) { zero8(y + 16); i = 24; }
+        T* p = y + i;
+        switch (n - i) {
+            case 7: zero1(p + 6, E); [[fallthrough]];
+            case 6: zero1(p + 5, E); [[fallthrough]];
+            case 5: zero1(p + 4, E); [[fallthrough]];
+            case 4: zero1(p + 3, E); [[fallthrough]];
+            case 3: zero1(p + 2, E); [[fallthrough]];
+            case 2: zero1(p + 1, E); [[fallthrough]];
+            case 1: zero1(p, E); [[fallthrough]];
+            default: break;
+        }
+        return;
+    }
+    // The elements in memory order; the direction of incy does not matter.
+    const int s = incy < 0 ? -incy : incy;
+    T* p = y;
+    int i = 0;
+    for (; i + 8 <= n; i += 8, p += 8 * s) {
+        zero1(p, E); zero1(p + s, E); zero1(p + 2 * s, E); zero1(p + 3 * s, E);
+        zero1(p + 4 * s, E); zero1(p + 5 * s, E); zero1(p + 6 * s, E); zero1(p + 7 * s, E);
+    }
+    for (; i < n; ++i, p += s) zero1(p, E);
+}
+
+template <class T>
+void scale_real(T* y, int n, int incy, T beta) {
+    int i = 0;
+    if (incy == 1) {
+        if (n >= 16) {
+            const int p = peel_to_32(y, sizeof(T));
+            for (; i < p; ++i) y[i] = beta * y[i];
+            constexpr int W = vt<T>::W;
+            const auto b = bc(LV{}, &beta);
+            for (; i + 16 <= n; i += 16) {
+                if constexpr (W == 4) {
+                    st(LV{}, y + i, mul(b, ld(LV{}, y + i)));
+                    st(LV{}, y + i + 4, mul(b, ld(LV{}, y + i + 4)));
+                    st(LV{}, y + i + 8, mul(b, ld(LV{}, y + i + 8)));
+                    st(LV{}, y + i + 12, mul(b, ld(LV{}, y + i + 12)));
+                } else {
+                    st(LV{}, y + i, mul(b, ld(LV{}, y + i)));
+                    st(LV{}, y + i + 8, mul(b, ld(LV{}, y + i + 8)));
+                }
+            }
+            for (; i + 4 <= n; i += 4) {
+                if constexpr (W == 4)
+                    st(LV{}, y + i, mul(b, ld(LV{}, y + i)));
+                else
+                    _mm_storeu_ps(y + i, _mm_mul_ps(_mm256_castps256_ps128(b), _mm_loadu_ps(y + i)));
+            }
+        }
+        for (; i < n; ++i) y[i] = beta * y[i];
+        return;
+    }
+    const int s = incy < 0 ? -incy : incy;
+    T* p = y;
+    for (; i + 2 <= n; i += 2, p += 2 * s) {
+        p[0] = beta * p[0];
+        p[s] = beta * p[s];
+    }
+    if (i < n) *p = beta * *p;
+}
+
+template <class CT>
+void scale_cplx(CT* y, int n, int incy, const CT& beta) {
+    using E = typename vt<CT>::E;
+    const E br1 = bre(LS{}, &beta), bi1 = bim(LS{}, &beta);
+    auto one = [&](CT* p) __attribute__((always_inline)) {
+        st(LS{}, p, cmul(ld(LS{}, p), br1, bi1));
+    };
+    int i = 0;
+    if (incy == 1) {
+        if (n >= 16) {
+            const int p = peel_to_32(y, sizeof(CT));
+            for (; i < p; ++i) one(y + i);
+            constexpr int W = vt<CT>::W;
+            const auto br = bre(LV{}, &beta), bi = bim(LV{}, &beta);
+            for (; i + 16 <= n; i += 16) {
+#pragma GCC unroll 8
+                for (int r = 0; r < 16; r += W)
+                    st(LV{}, y + i + r, cmul(ld(LV{}, y + i + r), br, bi));
+            }
+            for (; i + 4 <= n; i += 4) {
+#pragma GCC unroll 2
+                for (int r = 0; r < 4; r += W)
+                    st(LV{}, y + i + r, cmul(ld(LV{}, y + i + r), br, bi));
+            }
+        }
+        for (; i < n; ++i) one(y + i);
+        return;
+    }
+    const int s = incy < 0 ? -incy : incy;
+    CT* p = y;
+    for (; i + 2 <= n; i += 2, p += 2 * s) {
+        one(p);
+        one(p + s);
+    }
+    if (i < n) one(p);
+}
+
+// ---- not transposed, unit increments: the update form ------------------------
+
+// D 8-column block, vector rows (LV, LH):
+// ((y + t6*a6 + t4*a4) + (t7*a7 + t5*a5)) + ((t2*a2 + t0*a0) + (t3*a3 + t1*a1))
+// every product added into a partial sum is a fused step.
+template <class L, class T, class C>
+ZI void n_tree8_v(L l, C a, const T* t, T* yp) {
+    auto b = [&](int k) __attribute__((always_inline)) { return bc(l, t + k); };
+    auto s = madd(b(6), a(6), ld(l, yp));
+    s = madd(b(4), a(4), s);
+    auto u = mul(b(7), a(7));
+    u = madd(b(5), a(5), u);
+    s = add(s, u);
+    auto v = mul(b(2), a(2));
+    v = madd(b(0), a(0), v);
+    auto w = mul(b(3), a(3));
+    w = madd(b(1), a(1), w);
+    st(l, yp, add(s, add(v, w)));
+}
+
+// D 8-column block, scalar peel and tail rows:
+// (((y + t5*a5) + t7*a7) + (t4*a4 + t6*a6)) + ((t1*a1 + t3*a3) + (t0*a0 + t2*a2))
+template <class T>
+ZI void n_tree8_s(const T* p, int lda, const T* t, T* yp) {
+    auto a = [&](int k) __attribute__((always_inline)) { return ld(LS{}, p + k * lda); };
+    auto b = [&](int k) __attribute__((always_inline)) { return bc(LS{}, t + k); };
+    auto s = madd(b(5), a(5), ld(LS{}, yp));
+    s = madd(b(7), a(7), s);
+    auto u = mul(b(4), a(4));
+    u = madd(b(6), a(6), u);
+    s = add(s, u);
+    auto v = mul(b(1), a(1));
+    v = madd(b(3), a(3), v);
+    auto w = mul(b(0), a(0));
+    w = madd(b(2), a(2), w);
+    st(LS{}, yp, add(s, add(v, w)));
+}
+
+template <class T>
+NOI void n_block8(int m, int pe, bool vec, const T* a, int lda, const T* t, T* y) {
+    constexpr int W = vt<T>::W;
+    int i = 0;
+    for (; i < pe; ++i) n_tree8_s(a + i, lda, t, y + i);
+    if (vec) {
+        // Columns 0-2, 3-5 and 6-7 from three pointers plus lda: the eight
+        // streams, t and y fit the six free integer registers.
+        const int nv = (m - i) / W;
+        const T* p = a + i;
+        const T* q = p + 3 * lda;
+        const T* r = p + 6 * lda;
+        T* yp = y + i;
+        T* const ye = yp + nv * W;
+        for (; yp != ye; yp += W, p += W, q += W, r += W) {
+            n_tree8_v(LV{}, [&](int k) __attribute__((always_inline)) {
+                const T* c = k < 3 ? p : k < 6 ? q : r;
+                return ld(LV{}, c + (k % 3) * lda);
+            }, t, yp);
+        }
+        i += nv * W;
+        for (; i + 2 <= m; i += 2) {
+            n_tree8_v(LH{}, [&](int k) __attribute__((always_inline)) {
+                return ld(LH{}, a + i + k * lda);
+            }, t, y + i);
+        }
+    }
+    for (; i < m; ++i) n_tree8_s(a + i, lda, t, y + i);
+}
+
+// s + t0*a0 + t1*a1 + ... over NC columns, left to right, fused.
+template <int NC, class L, class T, class A>
+ZI A n_chain(L l, A s, const T* p, int lda, const T* t) {
+    each<NC>([&](int k) __attribute__((always_inline)) {
+        s = madd(bc(l, t + k), ld(l, p + k * lda), s);
+    });
+    return s;
+}
+
+// Four vectors of rows: each column factor is broadcast once for all four.
+template <int NC, class T>
+ZI void n_chain4v(const T* p, int lda, const T* t, T* yp) {
+    constexpr int W = vt<T>::W;
+    auto y0 = ld(LV{}, yp), y1 = ld(LV{}, yp + W);
+    auto y2 = ld(LV{}, yp + 2 * W), y3 = ld(LV{}, yp + 3 * W);
+    each<NC>([&](int k) __attribute__((always_inline)) {
+        const T* c = p + k * lda;
+        const auto b = bc(LV{}, t + k);
+        y0 = madd(b, ld(LV{}, c), y0);
+        y1 = madd(b, ld(LV{}, c + W), y1);
+        y2 = madd(b, ld(LV{}, c + 2 * W), y2);
+        y3 = madd(b, ld(LV{}, c + 3 * W), y3);
+    });
+    st(LV{}, yp, y0);
+    st(LV{}, yp + W, y1);
+    st(LV{}, yp + 2 * W, y2);
+    st(LV{}, yp + 3 * W, y3);
+}
+
+// Rows of an update block: scalar peel, four vectors a pass, then single
+// vectors (so that up to 4W-1 rows do not all fall to the narrow steps),
+// 2 lanes, scalar. Every row sums y + t0*a0 + t1*a1 + ... in column order,
+// so the split does not change the result.
+template <int NC, class T>
+NOI void n_block(int m, int pe, bool vec, const T* a, int lda, const T* t, T* y) {
+    constexpr int W = vt<T>::W;
+    int i = 0;
+    for (; i < pe; ++i) st(LS{}, y + i, n_chain<NC>(LS{}, ld(LS{}, y + i), a + i, lda, t));
+    if (vec) {
+        for (; i + 4 * W <= m; i += 4 * W) n_chain4v<NC>(a + i, lda, t, y + i);
+        for (; i + W <= m; i += W) st(LV{}, y + i, n_chain<NC>(LV{}, ld(LV{}, y + i), a + i, lda, t));
+        for (; i + 2 <= m; i += 2) st(LH{}, y + i, n_chain<NC>(LH{}, ld(LH{}, y + i), a + i, lda, t));
+    }
+    for (; i < m; ++i) st(LS{}, y + i, n_chain<NC>(LS{}, ld(LS{}, y + i), a + i, lda, t));
+}
+
+template <class T>
+void n_unit(int m, int n, T alpha, const T* a, int lda, const T* x, T* y) {
+    // y's peel is the same for every column block.
+    const int p = peel_to_32(y, sizeof(T));
+    const bool vec = p >= 0;
+    const int pe = !vec ? 0 : p < m ? p : m;
+    T t[8];
+    int j = 0;
+    auto fold = [&](int nc) __attribute__((always_inline)) {
+        for (int k = 0; k < nc; ++k) t[k] = alpha * x[j + k];
+    };
+    if constexpr (sizeof(T) == 8) {
+        for (; j + 8 <= n; j += 8) {
+            fold(8);
+            n_block8(m, pe, vec, a + j * lda, lda, t, y);
+        }
+        if (j + 4 <= n) {
+            fold(4);
+            n_block<4>(m, pe, vec, a + j * lda, lda, t, y);
+            j += 4;
+        }
+        if (j + 2 <= n) {
+            fold(2);
+            n_block<2>(m, pe, vec, a + j * lda, lda, t, y);
+            j += 2;
+        }
+    } else {
+        for (; j + 4 <= n; j += 4) {
+            fold(4);
+            n_block<4>(m, pe, vec, a + j * lda, lda, t, y);
+        }
+    }
+    for (; j < n; ++j) {
+        fold(1);
+        n_block<1>(m, pe, vec, a + j * lda, lda, t, y);
+    }
+}
+
+// ---- not transposed, other increments ----------------------------------------
+
+template <class T>
+void n_strided(int m, int n, T alpha, const T* a, int lda, const T* x, int incx, T* y, int incy) {
+    x += vec_start(n, incx);
+    y += vec_start(m, incy);
+    T t[4];
+    int j = 0;
+    for (; j + 4 <= n; j += 4, x += 4 * incx, a += 4 * lda) {
+        for (int k = 0; k < 4; ++k) t[k] = alpha * x[k * incx];
+        const auto t0 = bc(LS{}, t), t1 = bc(LS{}, t + 1);
+        const auto t2 = bc(LS{}, t + 2), t3 = bc(LS{}, t + 3);
+        const T *a0 = a, *a1 = a + lda, *a2 = a + 2 * lda, *a3 = a + 3 * lda;
+        T* yp = y;
+        for (int i = 0; i < m; ++i, yp += incy) {
+            auto s = madd(t0, ld(LS{}, a0 + i), ld(LS{}, yp));
+            s = madd(t1, ld(LS{}, a1 + i), s);
+            s = madd(t2, ld(LS{}, a2 + i), s);
+            st(LS{}, yp, madd(t3, ld(LS{}, a3 + i), s));
+        }
+    }
+    for (; j < n; ++j, x += incx, a += lda) {
+        t[0] = alpha * x[0];
+        const auto t0 = bc(LS{}, t);
+        T* yp = y;
+        int i = 0;
+        for (; i + 2 <= m; i += 2, yp += 2 * incy) {
+            st(LS{}, yp, madd(t0, ld(LS{}, a + i), ld(LS{}, yp)));
+            st(LS{}, yp + incy, madd(t0, ld(LS{}, a + i + 1), ld(LS{}, yp + incy)));
+        }
+        if (i < m) st(LS{}, yp, madd(t0, ld(LS{}, a + i), ld(LS{}, yp)));
+    }
+}
+
+// ---- transposed: the dot form ------------------------------------------------
+
+// The vector loop of the dot form: nv >= 1 vectors of rows from a (row i of
+// x), one accumulator per column, started with the first product. On its
+// own so that nothing else competes for the eight registers.
+template <int NC, class T, class X>
+NOI int t_vec(int nv, const T* a, int lda, X x, int i, typename vt<T>::V* out) {
+    using V = typename vt<T>::V;
+    constexpr int W = vt<T>::W;
+    V c[NC];
+    V xv = x.v(i);
+    each<NC>([&](int k) __attribute__((always_inline)) { c[k] = mul(ld(LV{}, a + k * lda), xv); });
+    for (int v = 1; v < nv; ++v) {
+        a += W;
+        xv = x.v(i + v * W);
+        each<NC>([&](int k) __attribute__((always_inline)) {
+            c[k] = add(c[k], mul(ld(LV{}, a + k * lda), xv));
+        });
+    }
+    each<NC>([&](int k) __attribute__((always_inline)) { out[k] = c[k]; });
+    return nv;
+}
+
+// y[k*incy] += alpha * (sum over rows of x[i]*a[i, k]) for NC columns.
+// Each sum is x[0]*a[0, k], then the scalar peel rows, then the lanes of the
+// vector accumulator in lane order, then the 2-lane and scalar tail rows.
+// The vector loop runs first, while nothing else is live: its partial sums
+// do not depend on the scalar ones, so the result is the same as in place.
+template <int NC, class T, class X>
+NOI void t_block(int m, const T* a, int lda, X x, T alpha, T* y, int incy) {
+    using V = typename vt<T>::V;
+    constexpr int W = vt<T>::W;
+    int i0 = 1;  // rows [1, i0) are the peel
+    bool vec = true;
+    if (m - 1 >= W) {
+        // Align the last column of the block; the others follow when lda
+        // allows it. An address off the element grid never aligns: all
+        // rows then go scalar.
+        const int p = peel_to_32(a + (NC - 1) * lda + 1, sizeof(T));
+        vec = p >= 0;
+        if (vec) i0 += p;
+    }
+    const bool hv = vec && m - i0 >= W;
+    int i = i0;
+    V c[NC];
+    if (hv) i += W * t_vec<NC>((m - i) / W, a + i, lda, x, i, c);
+    T t[NC];
+    const T x0 = x.s(0);
+    each<NC>([&](int k) __attribute__((always_inline)) {
+        const T* ak = a + k * lda;
+        T s = x0 * ak[0];
+        for (int r = 1; r < i0; ++r) s = s + x.s(r) * ak[r];
+        if (hv) s = lanesum(s, c[k]);
+        t[k] = s;
+    });
+    if (vec) {
+        for (; i + 2 <= m; i += 2) {
+            const auto xh = x.h(i);
+            each<NC>([&](int k) __attribute__((always_inline)) {
+                t[k] = lanesum(t[k], mul(xh, ld(LH{}, a + k * lda + i)));
+            });
+        }
+    }
+    for (; i < m; ++i) {
+        const T xi = x.s(i);
+        each<NC>([&](int k) __attribute__((always_inline)) { t[k] = t[k] + xi * a[k * lda + i]; });
+    }
+    each<NC>([&](int k) __attribute__((always_inline)) {
+        T* yk = y + k * incy;
+        *yk = madd(alpha, t[k], *yk);
+    });
+}
+
+template <class T, class X>
+void t_unit(int m, int n, T alpha, const T* a, int lda, const X& x, T* y) {
+    int j = 0;
+    for (; j + 4 <= n; j += 4) t_block<4>(m, a + j * lda, lda, x, alpha, y + j, 1);
+    if constexpr (sizeof(T) == 8) {
+        if (j + 2 <= n) {
+            t_block<2>(m, a + j * lda, lda, x, alpha, y + j, 1);
+            j += 2;
+        }
+    }
+    for (; j < n; ++j) t_block<1>(m, a + j * lda, lda, x, alpha, y + j, 1);
+}
+
+template <class T>
+void t_strided(int m, int n, T alpha, const T* a, int lda, const T* x, int incx, T* y, int incy) {
+    const XGath<T> xg{x + vec_start(m, incx), incx};
+    y += vec_start(n, incy);
+    int j = 0;
+    for (; j + 4 <= n; j += 4) t_block<4>(m, a + j * lda, lda, xg, alpha, y + j * incy, incy);
+    for (; j < n; ++j) t_block<1>(m, a + j * lda, lda, xg, alpha, y + j * incy, incy);
+}
+
+template <class T>
+void real_gemv(const char* trans, const int* pm, const int* pn, const T* palpha, const T* a,
+               const int* plda, const T* x, const int* pincx, const T* pbeta, T* y,
+               const int* pincy) {
+    const int m = *pm, n = *pn;
+    if (m <= 0 || n <= 0) return;
+    const T alpha = *palpha, beta = *pbeta;
+    if (alpha == T(0) && beta == T(1)) return;
+    const bool nt = *trans == 'N' || *trans == 'n';
+    const int lda = *plda, incx = *pincx, incy = *pincy;
+    const int leny = nt ? m : n;
+    if (beta != T(1)) {
+        if (beta == T(0))
+            zero_y(y, leny, incy);
+        else
+            scale_real(y, leny, incy, beta);
+    }
+    if (alpha == T(0)) return;
+    if (nt) {
+        if (incx == 1 && incy == 1)
+            n_unit(m, n, alpha, a, lda, x, y);
+        else
+            n_strided(m, n, alpha, a, lda, x, incx, y, incy);
+    } else {
+        if (incx == 1 && incy == 1)
+            t_unit(m, n, alpha, a, lda, XUnit<T>{x}, y);
+        else
+            t_strided(m, n, alpha, a, lda, x, incx, y, incy);
+    }
+}
+
+// ---- complex: not transposed, unit increments --------------------------------
+
+// s + t0*a0 + t1*a1 + ... over NC columns; t holds the folded alpha*x.
+template <int NC, class L, class CT, class A>
+ZI A cn_chain(L l, A s, const CT* p, int lda, const CT* t) {
+    each<NC>([&](int k) __attribute__((always_inline)) {
+        s = add(s, cmul(ld(l, p + k * lda), bre(l, t + k), bim(l, t + k)));
+    });
+    return s;
+}
+
+// All four-vector passes of a complex update block: nb passes over nc
+// columns. The column loop must stay rolled, or the compiler broadcasts
+// every column's factors up front and runs out of registers; noipa keeps it
+// from turning nc into a constant and unrolling the loop anyway.
+template <class CT>
+__attribute__((noipa)) void cn_rows4(int nb, const CT* a, int lda, const CT* t, int nc, CT* y) {
+    constexpr int W = vt<CT>::W;
+    for (; nb > 0; --nb, a += 4 * W, y += 4 * W) {
+        auto y0 = ld(LV{}, y), y1 = ld(LV{}, y + W);
+        auto y2 = ld(LV{}, y + 2 * W), y3 = ld(LV{}, y + 3 * W);
+        const CT* p = a;
+        for (int k = 0; k < nc; ++k, p += lda) {
+            const auto br = bre(LV{}, t + k), bi = bim(LV{}, t + k);
+            y0 = add(y0, cmul(ld(LV{}, p), br, bi));
+            y1 = add(y1, cmul(ld(LV{}, p + W), br, bi));
+            y2 = add(y2, cmul(ld(LV{}, p + 2 * W), br, bi));
+            y3 = add(y3, cmul(ld(LV{}, p + 3 * W), br, bi));
+        }
+        st(LV{}, y, y0);
+        st(LV{}, y + W, y1);
+        st(LV{}, y + 2 * W, y2);
+        st(LV{}, y + 3 * W, y3);
+    }
+}
+
+// Rows of a complex update block, shaped as n_block.
+template <int NC, class CT>
+NOI void cn_block(int m, int pe, bool vec, const CT* a, int lda, const CT* t, CT* y) {
+    constexpr int W = vt<CT>::W;
+    int i = 0;
+    for (; i < pe; ++i) st(LS{}, y + i, cn_chain<NC>(LS{}, ld(LS{}, y + i), a + i, lda, t));
+    if (vec) {
+        if (const int nb = (m - i) / (4 * W)) {
+            cn_rows4(nb, a + i, lda, t, NC, y + i);
+            i += nb * 4 * W;
+        }
+        for (; i + W <= m; i += W)
+            st(LV{}, y + i, cn_chain<NC>(LV{}, ld(LV{}, y + i), a + i, lda, t));
+        if constexpr (W == 4) {  // C: two complex in 128 bits; in Z that is one
+            for (; i + 2 <= m; i += 2)
+                st(LH{}, y + i, cn_chain<NC>(LH{}, ld(LH{}, y + i), a + i, lda, t));
+        }
+    }
+    for (; i < m; ++i) st(LS{}, y + i, cn_chain<NC>(LS{}, ld(LS{}, y + i), a + i, lda, t));
+}
+
+template <class CT>
+void cn_unit(int m, int n, const CT& alpha, const CT* a, int lda, const CT* x, CT* y) {
+    const int p = peel_to_32(y, sizeof(CT));
+    const bool vec = p >= 0;
+    const int pe = !vec ? 0 : p < m ? p : m;
+    const auto ar = bre(LS{}, &alpha), ai = bim(LS{}, &alpha);
+    CT t[4];
+    int j = 0;
+    auto fold = [&](int nc) __attribute__((always_inline)) {
+        for (int k = 0; k < nc; ++k) st(LS{}, t + k, cmul(ld(LS{}, x + j + k), ar, ai));
+    };
+    for (; j + 4 <= n; j += 4) {
+        fold(4);
+        cn_block<4>(m, pe, vec, a + j * lda, lda, t, y);
+    }
+    if (j + 2 <= n) {
+        fold(2);
+        cn_block<2>(m, pe, vec, a + j * lda, lda, t, y);
+        j += 2;
+    }
+    if (j < n) {
+        fold(1);
+        cn_block<1>(m, pe, vec, a + j * lda, lda, t, y);
+    }
+}
+
+// ---- complex: not transposed, other increments --------------------------------
+
+template <class CT>
+void cn_strided(int m, int n, const CT& alpha, const CT* a, int lda, const CT* x, int incx,
+                CT* y, int incy) {
+    x += vec_start(n, incx);
+    y += vec_start(m, incy);
+    const auto ar = bre(LS{}, &alpha), ai = bim(LS{}, &alpha);
+    CT t[2];
+    int j = 0;
+    for (; j + 2 <= n; j += 2, x += 2 * incx, a += 2 * lda) {
+        st(LS{}, t, cmul(ld(LS{}, x), ar, ai));
+        st(LS{}, t + 1, cmul(ld(LS{}, x + incx), ar, ai));
+        const auto t0r = bre(LS{}, t), t0i = bim(LS{}, t);
+        const auto t1r = bre(LS{}, t + 1), t1i = bim(LS{}, t + 1);
+        const CT* a1 = a + lda;
+        CT* yp = y;
+        for (int i = 0; i < m; ++i, yp += incy) {
+            auto s = add(ld(LS{}, yp), cmul(ld(LS{}, a + i), t0r, t0i));
+            st(LS{}, yp, add(s, cmul(ld(LS{}, a1 + i), t1r, t1i)));
+        }
+    }
+    if (j < n) {
+        st(LS{}, t, cmul(ld(LS{}, x), ar, ai));
+        CT* yp = y;
+        int i = 0;
+        if constexpr (sizeof(CT) == 8) {
+            // Two rows in one 128-bit register.
+            const auto tr = bre(LH{}, t), ti = bim(LH{}, t);
+            for (; i + 2 <= m; i += 2, yp += 2 * incy) {
+                __m128 yv = _mm_loadh_pi(ld(LS{}, yp), reinterpret_cast<const __m64*>(yp + incy));
+                yv = add(yv, cmul(ld(LH{}, a + i), tr, ti));
+                _mm_storel_pi(reinterpret_cast<__m64*>(yp), yv);
+                _mm_storeh_pi(reinterpret_cast<__m64*>(yp + incy), yv);
+            }
+        } else {
+            const auto tr = bre(LS{}, t), ti = bim(LS{}, t);
+            for (; i + 2 <= m; i += 2, yp += 2 * incy) {
+                st(LS{}, yp, add(ld(LS{}, yp), cmul(ld(LS{}, a + i), tr, ti)));
+                st(LS{}, yp + incy, add(ld(LS{}, yp + incy), cmul(ld(LS{}, a + i + 1), tr, ti)));
+            }
+        }
+        if (i < m) {
+            const auto tr = bre(LS{}, t), ti = bim(LS{}, t);
+            st(LS{}, yp, add(ld(LS{}, yp), cmul(ld(LS{}, a + i), tr, ti)));
+        }
+    }
+}
+
+// ---- complex: transposed and conjugate transposed, the dot form ---------------
+
+// x's real and imaginary parts, each duplicated over its pair; with CJ the
+// imaginary part negated.
+template <bool CJ, class A>
+ZI void xparts(A xv, A& r, A& im) {
+    r = dre(xv);
+    im = CJ ? neg(dim(xv)) : dim(xv);
+}
+
+// The complex dot form's vector loop, as t_vec.
+template <int NC, bool CJ, class CT, class X>
+NOI int ct_vec(int nv, const CT* a, int lda, X x, int i, typename vt<CT>::V* out) {
+    using V = typename vt<CT>::V;
+    constexpr int W = vt<CT>::W;
+    V c[NC];
+    V vr, vi;
+    xparts<CJ>(x.v(i), vr, vi);
+    each<NC>([&](int k) __attribute__((always_inline)) { c[k] = cmul(ld(LV{}, a + k * lda), vr, vi); });
+    for (int v = 1; v < nv; ++v) {
+        a += W;
+        xparts<CJ>(x.v(i + v * W), vr, vi);
+        each<NC>([&](int k) __attribute__((always_inline)) {
+            c[k] = add(c[k], cmul(ld(LV{}, a + k * lda), vr, vi));
+        });
+    }
+    each<NC>([&](int k) __attribute__((always_inline)) { out[k] = c[k]; });
+    return nv;
+}
+
+// CJ: conj(a)*x is summed as conj(a*conj(x)): the sign goes on x's imaginary
+// part once per row instead of on every element of A, and the sum is
+// conjugated once at the end. Sum order and loop order as in t_block.
+template <int NC, bool CJ, class CT, class X>
+NOI void ct_block(int m, const CT* a, int lda, X x, const CT& alpha, CT* y, int incy) {
+    using V = typename vt<CT>::V;
+    using E = typename vt<CT>::E;
+    constexpr int W = vt<CT>::W;
+    int i0 = 1;
+    bool vec = true;
+    if (m - 1 >= W) {
+        const int p = peel_to_32(a + (NC - 1) * lda + 1, sizeof(CT));
+        vec = p >= 0;
+        if (vec) i0 += p;
+    }
+    const bool hv = vec && m - i0 >= W;
+    int i = i0;
+    V c[NC];
+    if (hv) i += W * ct_vec<NC, CJ>((m - i) / W, a + i, lda, x, i, c);
+    E t[NC];
+    each<NC>([&](int k) __attribute__((always_inline)) {
+        const CT* ak = a + k * lda;
+        E xr, xi;
+        xparts<CJ>(x.s(0), xr, xi);
+        E s = cmul(ld(LS{}, ak), xr, xi);
+        for (int r = 1; r < i0; ++r) {
+            xparts<CJ>(x.s(r), xr, xi);
+            s = add(s, cmul(ld(LS{}, ak + r), xr, xi));
+        }
+        if (hv) s = csum(s, c[k]);
+        t[k] = s;
+    });
+    if constexpr (W == 4) {  // C: a 128-bit step of two rows
+        if (vec) {
+            for (; i + 2 <= m; i += 2) {
+                E hr, hi;
+                xparts<CJ>(x.h(i), hr, hi);
+                each<NC>([&](int k) __attribute__((always_inline)) {
+                    t[k] = csum(t[k], cmul(ld(LH{}, a + k * lda + i), hr, hi));
+                });
+            }
+        }
+    }
+    for (; i < m; ++i) {
+        E xr, xi;
+        xparts<CJ>(x.s(i), xr, xi);
+        each<NC>([&](int k) __attribute__((always_inline)) {
+            t[k] = add(t[k], cmul(ld(LS{}, a + k * lda + i), xr, xi));
+        });
+    }
+    const E ar = bre(LS{}, &alpha), ai = bim(LS{}, &alpha);
+    each<NC>([&](int k) __attribute__((always_inline)) {
+        CT* yk = y + k * incy;
+        const E tk = CJ ? conj(t[k]) : t[k];
+        st(LS{}, yk, add(ld(LS{}, yk), cmul(tk, ar, ai)));
+    });
+}
+
+template <bool CJ, class CT>
+void ct_unit(int m, int n, const CT& alpha, const CT* a, int lda, const CT* x, CT* y) {
+    const XUnit<CT> xu{x};
+    int j = 0;
+    // Conjugate Z goes two columns a pass.
+    if constexpr (!(CJ && sizeof(CT) == 16)) {
+        for (; j + 4 <= n; j += 4) ct_block<4, CJ>(m, a + j * lda, lda, xu, alpha, y + j, 1);
+        if (j + 2 <= n) {
+            ct_block<2, CJ>(m, a + j * lda, lda, xu, alpha, y + j, 1);
+            j += 2;
+        }
+    } else {
+        for (; j + 2 <= n; j += 2) ct_block<2, CJ>(m, a + j * lda, lda, xu, alpha, y + j, 1);
+    }
+    if (j < n) ct_block<1, CJ>(m, a + j * lda, lda, xu, alpha, y + j, 1);
+}
+
+template <bool CJ, class CT>
+void ct_strided(int m, int n, const CT& alpha, const CT* a, int lda, const CT* x, int incx,
+                CT* y, int incy) {
+    const XGath<CT> xg{x + vec_start(m, incx), incx};
+    y += vec_start(n, incy);
+    int j = 0;
+    for (; j + 2 <= n; j += 2)
+        ct_block<2, CJ>(m, a + j * lda, lda, xg, alpha, y + j * incy, incy);
+    if (j < n) ct_block<1, CJ>(m, a + j * lda, lda, xg, alpha, y + j * incy, incy);
+}
+
+template <class CT>
+void cplx_gemv(const char* trans, const int* pm, const int* pn, const CT* palpha, const CT* a,
+               const int* plda, const CT* x, const int* pincx, const CT* pbeta, CT* y,
+               const int* pincy) {
+    const int m = *pm, n = *pn;
+    if (m <= 0 || n <= 0) return;
+    const CT alpha = *palpha, beta = *pbeta;
+    const bool alpha0 = alpha.re == 0 && alpha.im == 0;
+    const bool beta1 = beta.re == 1 && beta.im == 0;
+    if (alpha0 && beta1) return;
+    const char c = *trans;
+    const int lda = *plda, incx = *pincx, incy = *pincy;
+    const int leny = c == 'N' || c == 'n' ? m : n;
+    if (!beta1) {
+        if (beta.re == 0 && beta.im == 0)
+            zero_y(y, leny, incy);
+        else
+            scale_cplx(y, leny, incy, beta);
+    }
+    if (alpha0) return;
+    const bool unit = incx == 1 && incy == 1;
+    if (c == 'N' || c == 'n') {
+        if (unit)
+            cn_unit(m, n, alpha, a, lda, x, y);
+        else
+            cn_strided(m, n, alpha, a, lda, x, incx, y, incy);
+    } else if (c == 'T' || c == 't') {
+        if (unit)
+            ct_unit<false>(m, n, alpha, a, lda, x, y);
+        else
+            ct_strided<false>(m, n, alpha, a, lda, x, incx, y, incy);
+    } else {
+        if (unit)
+            ct_unit<true>(m, n, alpha, a, lda, x, y);
+        else
+            ct_strided<true>(m, n, alpha, a, lda, x, incx, y, incy);
+    }
+}
+
+}  // namespace
+
+void sgemv(const char* trans, const int* m, const int* n, const float* alpha, const float* a,
+           const int* lda, const float* x, const int* incx, const float* beta, float* y,
+           const int* incy) {
+    real_gemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
+}
+
+void dgemv(const char* trans, const int* m, const int* n, const double* alpha, const double* a,
+           const int* lda, const double* x, const int* incx, const double* beta, double* y,
+           const int* incy) {
+    real_gemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
+}
+
+void cgemv(const char* trans, const int* m, const int* n, const c32* alpha, const c32* a,
+           const int* lda, const c32* x, const int* incx, const c32* beta, c32* y,
+           const int* incy) {
+    cplx_gemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
+}
+
+void zgemv(const char* trans, const int* m, const int* n, const c64* alpha, const c64* a,
+           const int* lda, const c64* x, const int* incx, const c64* beta, c64* y,
+           const int* incy) {
+    cplx_gemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
+}
+
+}  // namespace zva::b7

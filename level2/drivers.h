@@ -1,0 +1,16 @@
+// Threaded level-2 drivers.
+#pragma once
+#include "frame/dispatch.h"
+
+namespace zva {
+
+template <class T> void gemv_driver(Ch trans, I m, I n, const T* alpha, const T* a, I lda,
+                                    const T* x, I incx, const T* beta, T* y, I incy, L);
+
+// The same product from inside the library (no hidden length).
+template <class T> inline void gemv(Ch trans, I m, I n, const T* alpha, const T* a, I lda,
+                                    const T* x, I incx, const T* beta, T* y, I incy) {
+    gemv_driver<T>(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, 1);
+}
+
+}  // namespace zva
