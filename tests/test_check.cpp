@@ -69,7 +69,7 @@ struct call {
     std::vector<std::string> options;
     std::vector<std::vector<unsigned char>> buffers;
 
-    call(const std::string& r, const char* spec) : routine(r), params(split(spec)) {
+    call(const std::string& r, const char* list) : routine(r), params(split(list)) {
         ints.resize(params.size());
         options.resize(params.size());
         buffers.resize(params.size());
