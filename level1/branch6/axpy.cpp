@@ -42,8 +42,10 @@ inline void s_one(float a, const float* x, float* y) { *y = *y + a * *x; }
 // One complex single in the low half of a register; 64-bit moves need no
 // alignment and touch exactly the element.
 inline void c_one(__m128 ar, __m128 ai, const c32* x, c32* y) {
-    const __m128 xv = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(x)));
-    const __m128 yv = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(y)));
+    // The element fills both halves, so the unused lanes compute on real
+    // data and raise no flag a zero lane would (0 * inf).
+    const __m128 xv = _mm_castpd_ps(_mm_loaddup_pd(reinterpret_cast<const double*>(x)));
+    const __m128 yv = _mm_castpd_ps(_mm_loaddup_pd(reinterpret_cast<const double*>(y)));
     const __m128 t = _mm_mul_ps(ai, _mm_permute_ps(xv, 0xB1));
     const __m128 r = _mm_add_ps(yv, _mm_addsub_ps(_mm_mul_ps(ar, xv), t));
     _mm_storel_pi(reinterpret_cast<__m64*>(y), r);
