@@ -220,6 +220,56 @@ template <class R, char T> struct gemv {
     }
 };
 
+// C = alpha op(A) op(B) + beta C with m = n = size and k = size, or k = K
+// for the skinny shapes.  buf: A, B, C.
+template <class R, char TA, char TB, int K = 0> struct gemm {
+    typedef void(STDCALL* zfn)(const char*, int, const char*, int, const int*, const int*,
+                               const int*, const R*, const R*, const int*, const R*,
+                               const int*, const R*, R*, const int*);
+    typedef void (*pfn)(const char*, const char*, const int*, const int*, const int*, const R*,
+                        const R*, const int*, const R*, const int*, const R*, R*, const int*,
+                        size_t, size_t);
+    static int kk(const Case& c) { return K ? K : c.n; }
+    static double flops(double n) { return 2.0 * n * n * (K ? K : n); }
+    static constexpr double (*bytes)(double) = nullptr;  // compute-bound
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n, k = (size_t)kk(c);
+        c.buf[0] = bench_alloc(n * k * sizeof(R));
+        c.buf[1] = bench_alloc(n * k * sizeof(R));
+        c.buf[2] = bench_alloc(n * n * sizeof(R));
+        if (!c.buf[0] || !c.buf[1] || !c.buf[2]) return false;
+        fill((R*)c.buf[0], n * k, 6);
+        fill((R*)c.buf[1], n * k, 7);
+        c.scal[0] = 0.75, c.scal[1] = 0.5;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[2], (size_t)c.n * c.n, 8); }
+    static const R* scalar(Case& c, int i) {
+        static thread_local R v[2];
+        v[i] = (R)c.scal[i];
+        return &v[i];
+    }
+    // Leading dimensions of the stored A and B.
+    static int lda(const Case& c) { return TA == 'N' ? c.n : kk(c); }
+    static int ldb(const Case& c) { return TB == 'N' ? kk(c) : c.n; }
+    static void call_zva(void* f, Case& c) {
+        static const char ta[2] = {TA, 0}, tb[2] = {TB, 0};
+        int k = kk(c), la = lda(c), lb = ldb(c);
+        ((zfn)f)(ta, 1, tb, 1, &c.n, &c.n, &k, scalar(c, 0), (R*)c.buf[0], &la, (R*)c.buf[1],
+                 &lb, scalar(c, 1), (R*)c.buf[2], &c.n);
+    }
+    static void call_peer(void* f, Case& c) {
+        static const char ta[2] = {TA, 0}, tb[2] = {TB, 0};
+        int k = kk(c), la = lda(c), lb = ldb(c);
+        ((pfn)f)(ta, tb, &c.n, &c.n, &k, scalar(c, 0), (R*)c.buf[0], &la, (R*)c.buf[1], &lb,
+                 scalar(c, 1), (R*)c.buf[2], &c.n, 1, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[2];
+        *nreal = (size_t)c.n * c.n;
+    }
+};
+
 #define ROW(name, type, zsym, psym, max_n, ...)                              \
     {name, type, zsym, psym, __VA_ARGS__::flops, __VA_ARGS__::bytes,         \
      __VA_ARGS__::setup, __VA_ARGS__::reset, __VA_ARGS__::call_zva,          \
@@ -232,6 +282,11 @@ const Op ops[] = {
     ROW("zaxpy", 'Z', "_ZAXPY@24", "zaxpy_", 1 << 30, axpy<double, 2>),
     ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'N'>),
     ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'T'>),
+    ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N'>),
+    ROW("dgemm_nt", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'T'>),
+    ROW("dgemm_tn", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'T', 'N'>),
+    ROW("dgemm_tt", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'T', 'T'>),
+    ROW("dgemm_k64", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N', 64>),
 };
 const int nops = sizeof ops / sizeof ops[0];
 

@@ -37,6 +37,15 @@ void kernel_empty(...);
 int kernel_false(...);
 int kernel_true(...);
 
+// The same, typed for one point: returns at once, with 0 where a value is
+// expected.
+template <class Sig> struct stand_in;
+template <class R, class... A> struct stand_in<R(A...)> {
+    static R none(A...) {
+        if constexpr (!__is_same(R, void)) return R(0);
+    }
+};
+
 [[noreturn]] void dispatch_bad_branch();
 [[noreturn]] void dispatch_unbuilt(int point, int branch);
 [[noreturn]] void route_unbuilt(const char* routine, const char* what);

@@ -5,6 +5,7 @@
 
 #include "frame/check_table.h"
 #include "frame/dispatch.h"
+#include "gemm/threaded.h"
 #include "level1/drivers.h"
 #include "level2/drivers.h"
 
@@ -47,6 +48,7 @@ inline constexpr driver_table drivers = [] {
     t.DGEMV = gemv_driver<double>;
     t.CGEMV = gemv_driver<c32>;
     t.ZGEMV = gemv_driver<c64>;
+    t.DGEMM = gemm_threaded<double>;
     return t;
 }();
 

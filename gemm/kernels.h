@@ -1,6 +1,7 @@
 // Multiply-engine kernels: the same names in every branch namespace.
 #pragma once
 #include "frame/types.h"
+#include "gemm/engine.h"
 
 // C := beta*C on an m x n block; beta = 0 stores zeros without reading C.
 #define ZVA_GEMM_SCALE_C(name, T)                                              \
@@ -24,9 +25,47 @@
     ZVA_GEMM_DIRECT(zgemm_direct, c64)                                         \
     }
 
+// The packing routines and block multiply of one gemm_kernel_record.
+#define ZVA_GEMM_ROW_FNS(p, T)                                                 \
+    sig_gemm_copy_a<T> p##copy_a_n, p##copy_a_t;                               \
+    sig_gemm_copy_b<T> p##copy_b_n, p##copy_b_t;                               \
+    sig_gemm_block<T> p##block_multiply;
+
+// The serial engine of each branch, and on branches 4 to 7 its blocked
+// driver and the operations on a gemm_context.
+#define ZVA_GEMM_ENGINE(ns)                                                    \
+    namespace zva::ns {                                                        \
+    sig_gemm_serial<double> dgemm_serial;                                      \
+    }
+#define ZVA_GEMM_BLOCKED(ns)                                                   \
+    namespace zva::ns {                                                        \
+    sig_ctx_avail gemm_ctx_avail;                                              \
+    sig_ctx_clear gemm_ctx_clear;                                              \
+    sig_ctx_store gemm_ctx_store;                                              \
+    sig_ctx_load dgemm_ctx_load;                                               \
+    sig_ctx_driver<double> dgemm_driver;                                       \
+    sig_ctx_size dgemm_size_buffers;                                           \
+    ZVA_GEMM_ROW_FNS(dgemm_, double)                                           \
+    }
+
 ZVA_GEMM_KERNELS(b2)
 ZVA_GEMM_KERNELS(b3)
 ZVA_GEMM_KERNELS(b4)
 ZVA_GEMM_KERNELS(b5)
 ZVA_GEMM_KERNELS(b6)
 ZVA_GEMM_KERNELS(b7)
+
+ZVA_GEMM_ENGINE(b2)
+ZVA_GEMM_ENGINE(b3)
+ZVA_GEMM_ENGINE(b4)
+ZVA_GEMM_ENGINE(b5)
+ZVA_GEMM_ENGINE(b6)
+ZVA_GEMM_ENGINE(b7)
+ZVA_GEMM_BLOCKED(b4)
+ZVA_GEMM_BLOCKED(b5)
+ZVA_GEMM_BLOCKED(b6)
+ZVA_GEMM_BLOCKED(b7)
+// Branch 4 without SSE4.1: the k-pair row.
+namespace zva::b4 {
+ZVA_GEMM_ROW_FNS(dgemm_kp_, double)
+}
