@@ -5,6 +5,7 @@
 #include <omp.h>
 #include <string.h>
 
+#include <string>
 #include <vector>
 
 #include "zva.h"
@@ -391,6 +392,36 @@ TEST(Dgemm, Branch2GroupOrderIsExact) {
                 }
             p.expect_near_reference();
         }
+}
+
+// ---- no work memory -------------------------------------------------------
+
+// Run with an allocator module that refuses large blocks: the result is the
+// plain multiply's, and the failure is reported under the engine's tag.
+TEST(DgemmNoMemory, FallsBackToThePlainMultiply) {
+    if (!getenv("ZVA_TEST_NO_MEMORY")) GTEST_SKIP() << "needs the refusing allocator";
+    const int b = test_branch();
+    const char* tag = b == 2 || b == 3 ? "xdgemm" : "xgemm";
+    omp_set_num_threads(1);
+    problem p('N', 'T', 150, 140, 300, 0.5, -1.0);
+    testing::internal::CaptureStdout();
+    p.run();
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find(std::string("Not enough work memory in function ") + tag), std::string::npos)
+        << out;
+    p.expect_near_reference();
+    // The lock-step forms of a team share one packed area; without it the
+    // team falls back to slices of the serial engine.
+    omp_set_num_threads(2);
+    problem q('T', 'N', 400, 37, 70, 1.5, 0.0);
+    testing::internal::CaptureStdout();
+    q.run();
+    const std::string out2 = testing::internal::GetCapturedStdout();
+    if (b >= 4 && b <= 6)
+        EXPECT_NE(out2.find("Not enough work memory in function gemm\n"), std::string::npos)
+            << out2;
+    q.expect_near_reference();
+    omp_set_num_threads(1);
 }
 
 // ---- threads --------------------------------------------------------------
