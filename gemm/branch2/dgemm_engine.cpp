@@ -60,17 +60,20 @@ inline void stage_in_place(double* stage, const double* b, int ldb, bool notb, i
         const __m128d x = _mm_load_pd(ap + 4 * (l));                           \
         acc0 = _mm_add_pd(acc0, _mm_mul_pd(x, _mm_load_pd(sp + 4 * (l))));     \
         acc1 = _mm_add_pd(acc1, _mm_mul_pd(x, _mm_load_pd(sp + 4 * (l) + 2))); \
+        asm volatile("" : "+x"(acc0), "+x"(acc1));                             \
     }
 #define ZVA_B2_LOW(l)                                                          \
     {                                                                          \
         const __m128d x = _mm_load_pd(ap + 4 * (l) + 2);                       \
         acc2 = _mm_add_pd(acc2, _mm_mul_pd(x, _mm_load_pd(sp + 4 * (l))));     \
         acc3 = _mm_add_pd(acc3, _mm_mul_pd(x, _mm_load_pd(sp + 4 * (l) + 2))); \
+        asm volatile("" : "+x"(acc2), "+x"(acc3));                             \
     }
+// The empty asm statements keep the steps in program order, which holds the
+// live values to the eight registers.
 #define ZVA_B2_GROUP(l)                                                        \
     ZVA_B2_TOP(l) ZVA_B2_LOW(l) ZVA_B2_LOW((l) + 1) ZVA_B2_TOP((l) + 2)        \
-    ZVA_B2_LOW((l) + 2) ZVA_B2_TOP((l) + 1) ZVA_B2_TOP((l) + 3) ZVA_B2_LOW((l) + 3) \
-    asm volatile("" : "+x"(acc0), "+x"(acc1), "+x"(acc2), "+x"(acc3));
+    ZVA_B2_LOW((l) + 2) ZVA_B2_TOP((l) + 1) ZVA_B2_TOP((l) + 3) ZVA_B2_LOW((l) + 3)
 
 inline void merge_pair(double* c, int rows, __m128d acc, merge how, __m128d beta) {
     double v[2];
