@@ -149,7 +149,7 @@ template <class T>
 void tile_share_a(Ch ta, Ch tb, I pm, I pn, I pk, const T* alpha, const T* a, I plda,
                   const T* b, I pldb, const T*, T* c, I pldc, gemm_context* ctx,
                   gemm_work<T>* w) {
-    const int m = *pm, k = *pk, lda = *plda, ldb = *pldb, ldc = *pldc;
+    const int m = *pm, k = *pk, lda = *plda, ldb = *pldb;
     const int nthr = w->nthr, mr = ctx->mr, mbs = ctx->mb, kbs = ctx->kb;
     const int chunk = (m / w->grid_m) / mr * mr;
     const int last = max_i(m - (nthr / w->grid_n - 1) * chunk, chunk);
@@ -180,7 +180,6 @@ void tile_share_a(Ch ta, Ch tb, I pm, I pn, I pk, const T* alpha, const T* a, I 
             }
         }
     }
-    (void)ldc;
 }
 
 // The mirror on columns: the threads pack their columns of B, then each
@@ -312,7 +311,6 @@ void gemm_threaded(Ch transa, Ch transb, I pm, I pn, I pk, const T* alpha, const
 
     if (m <= 100 && n <= 100 && k <= 100) {
         // Small products: plain slices of the serial engine.
-        const T* beta_now = beta;
 #pragma omp parallel num_threads(t)
         {
             const int team = omp_get_num_threads(), i = omp_get_thread_num();
@@ -334,7 +332,6 @@ void gemm_threaded(Ch transa, Ch transb, I pm, I pn, I pk, const T* alpha, const
                               &one_v<T>, ci, ldc);
             }
         }
-        (void)beta_now;
         return;
     }
 
