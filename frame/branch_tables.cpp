@@ -44,7 +44,11 @@ namespace {
     t.p##ctx_size_buffers = ns::p##gemm_size_buffers;                          \
     t.p##ctx_store = ns::gemm_ctx_store;
 #define ZVA_NO_CONTEXTS ZVA_NO_CONTEXT(s) ZVA_NO_CONTEXT(d) ZVA_NO_CONTEXT(c) ZVA_NO_CONTEXT(z)
-#define ZVA_CONTEXTS(ns) ZVA_CONTEXT(ns, d)
+#define ZVA_CONTEXTS(ns)                                                       \
+    ZVA_CONTEXT(ns, s) ZVA_CONTEXT(ns, d) ZVA_CONTEXT(ns, c) ZVA_CONTEXT(ns, z) \
+    t.SGEMM = ns::sgemm_serial;                                                \
+    t.CGEMM = ns::cgemm_serial;                                                \
+    t.ZGEMM = ns::zgemm_serial;
 
 using S_s = sig_ctx_driver<float>;
 using S_d = sig_ctx_driver<double>;

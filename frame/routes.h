@@ -48,7 +48,10 @@ inline constexpr driver_table drivers = [] {
     t.DGEMV = gemv_driver<double>;
     t.CGEMV = gemv_driver<c32>;
     t.ZGEMV = gemv_driver<c64>;
+    t.SGEMM = gemm_threaded<float>;
     t.DGEMM = gemm_threaded<double>;
+    t.CGEMM = gemm_threaded<c32>;
+    t.ZGEMM = gemm_threaded<c64>;
     return t;
 }();
 

@@ -156,6 +156,22 @@ inline int get_buffers(int which, void** out_block, gemm_context* ctx) {
     return 0;
 }
 
+// The traits of one type on one branch: its rows (the second one, where a
+// branch has two, serves processors with SSE4.1), its plain multiply and
+// scaling of C, and the B block size above which 128-bit rows pack B.
+template <class T_, const gemm_kernel_record<T_>* Rows, int Count, sig_gemm_serial<T_>* Direct,
+          sig_gemm_scale_c<T_>* Scale, uint32_t Above>
+struct traits {
+    using T = T_;
+    static const gemm_kernel_record<T>* row(int* index) {
+        *index = Count > 1 && cpu_has_sse41() ? 1 : 0;
+        return &Rows[*index];
+    }
+    static constexpr sig_gemm_serial<T>* direct = Direct;
+    static constexpr sig_gemm_scale_c<T>* scale_c = Scale;
+    static constexpr uint32_t pack_both_above = Above;
+};
+
 // Traits E of one branch and type provide:
 //   using T;  static const gemm_kernel_record<T>* row(int* index);
 //   static sig_gemm_serial<T>* const direct;  static sig_gemm_scale_c<T>* const scale_c;
@@ -368,3 +384,32 @@ void serial(Ch transa, Ch transb, I pm, I pn, I pk, const typename E::T* alpha,
         gemm_blocked::serial<E>(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta,  \
                                 c, ldc);                                       \
     }
+
+// A row of gemm_kernel_record: sizes, then the block rule, the buffer
+// sizing and the prefix of its copy routines and block multiply. Real rows
+// take the transposing copies for the letter "C".
+#define ZVA_GEMM_ROW(mr, nr, ku, sp, mm, nm, km, mask, rule, sizer, f)          \
+    {mr, nr, ku, sp, mm, nm, km, mask, gemm_blocked::set_blocks<rule>, sizer,   \
+     gemm_blocked::get_buffers, f##copy_a_n, f##copy_a_t, f##copy_a_t,          \
+     f##copy_b_n, f##copy_b_t, f##copy_b_t, f##block_multiply, {0, 0}}
+#define ZVA_GEMM_CROW(mr, nr, ku, sp, mm, nm, km, mask, rule, sizer, f, bm)     \
+    {mr, nr, ku, sp, mm, nm, km, mask, gemm_blocked::set_blocks<rule>, sizer,   \
+     gemm_blocked::get_buffers, f##copy_a_n, f##copy_a_t, f##copy_a_c,          \
+     f##copy_b_n, f##copy_b_t, f##copy_b_c, bm, {0, 0}}
+// The traits of the four types of a branch from their row tables.
+#define ZVA_GEMM_TRAITS(rows_per_type, above)                                   \
+    using s_engine = gemm_blocked::traits<float, s_rows, rows_per_type,        \
+                                          sgemm_direct, sgemm_scale_c, above>;  \
+    using d_engine = gemm_blocked::traits<double, d_rows, rows_per_type,        \
+                                          dgemm_direct, dgemm_scale_c, above>;  \
+    using c_engine = gemm_blocked::traits<c32, c_rows, rows_per_type,           \
+                                          cgemm_direct, cgemm_scale_c, above>;  \
+    using z_engine = gemm_blocked::traits<c64, z_rows, rows_per_type,           \
+                                          zgemm_direct, zgemm_scale_c, above>;
+// All entries of a branch.
+#define ZVA_GEMM_BRANCH_ENTRIES                                                 \
+    ZVA_GEMM_CONTEXT_OPS                                                        \
+    ZVA_GEMM_TYPE_ENTRIES(s, s_engine)                                          \
+    ZVA_GEMM_TYPE_ENTRIES(d, d_engine)                                          \
+    ZVA_GEMM_TYPE_ENTRIES(c, c_engine)                                          \
+    ZVA_GEMM_TYPE_ENTRIES(z, z_engine)

@@ -13,6 +13,12 @@
 namespace zva::gemm_edge {
 namespace {
 
+// 1 in any of the four types.
+template <class T> constexpr T unit() {
+    if constexpr (requires(T x) { x.re; }) return T{1, 0};
+    else return T(1);
+}
+
 template <bool Fma, class T> inline T madd(T a, T b, T c) {
     if constexpr (Fma) return __builtin_fma(a, b, c);
     else return a * b + c;
@@ -58,6 +64,57 @@ void edge(int r, int n, int k, const T* a, const T* b, int ldb, T* c, int ldc, c
                 for (; l < k; ++l) s = madd<Fma>(ap[l * MR], bp[l * step], s);
                 T* cp = c + i + (long)j * ldc;
                 *cp = madd<Fma>(*cp, be, s);
+            }
+        }
+    }
+}
+
+
+// The same for complex elements. A holds per step either MR (re, im) pairs
+// (Split false) or the MR real parts then the MR imaginary parts. In mode 3
+// the letter "C" conjugates B as it is read. Per product the real part
+// takes + ar*br, then - ai*bi, the imaginary part + ar*bi, then + ai*br.
+template <class T, int MR, int NR, bool Fma, bool Split>
+void edge_c(int r, int n, int k, const T* a, const T* b, int ldb, T* c, int ldc, const T* beta,
+            int mode, char transb) {
+    using R = decltype(T{}.re);
+    const char tb = transb & ~0x20;
+    const bool notb = tb == 'N', conj = mode == 3 && tb == 'C';
+    long bl, bj;
+    if (notb) bl = 1, bj = ldb;
+    else bl = ldb, bj = 1;
+    const bool beta1 = beta->re == R(1) && beta->im == R(0);
+    const R* ar = (const R*)a;
+    const int k4 = k & ~3;
+    for (int i = 0; i < r; ++i) {
+        // Offsets of re and im of row i at step l: l*step + (re_at, im_at).
+        const int step = 2 * MR, re_at = Split ? i : 2 * i, im_at = Split ? MR + i : 2 * i + 1;
+        for (int j = 0; j < n; ++j) {
+            const T* bp;
+            long bs;
+            if (mode == 2) bp = b + (long)(j / NR) * ldb + j % NR, bs = NR;
+            else bp = b + j * bj, bs = bl;
+            R sr[4] = {0, 0, 0, 0}, si[4] = {0, 0, 0, 0};
+            auto term = [&](int l, R& pr, R& pi) {
+                const R xr = ar[l * step + re_at], xi = ar[l * step + im_at];
+                const R br = bp[l * bs].re, bi = conj ? -bp[l * bs].im : bp[l * bs].im;
+                pr = madd<Fma>(xr, br, pr);
+                pr = madd<Fma>(-xi, bi, pr);
+                pi = madd<Fma>(xr, bi, pi);
+                pi = madd<Fma>(xi, br, pi);
+            };
+            int l = 0;
+            for (; l < k4; l += 4)
+                for (int q = 0; q < 4; ++q) term(l + q, sr[q], si[q]);
+            R tr = (sr[0] + sr[1]) + (sr[2] + sr[3]), ti = (si[0] + si[1]) + (si[2] + si[3]);
+            for (; l < k; ++l) term(l, tr, ti);
+            T* cp = c + i + (long)j * ldc;
+            if (beta1) {
+                cp->re += tr, cp->im += ti;
+            } else {
+                const T x = *cp;
+                cp->re = madd<Fma>(x.re, beta->re, madd<Fma>(-x.im, beta->im, tr));
+                cp->im = madd<Fma>(x.re, beta->im, madd<Fma>(x.im, beta->re, ti));
             }
         }
     }

@@ -56,15 +56,29 @@ bool too_thin(int m, int n, int k) {
     return n <= 4;
 }
 
-// Step 3: whether threads pay for their start-up at this size.
+// Step 3: whether threads pay for their start-up at this size. The rules
+// differ by type: the cost of a product against that of starting a team.
+template <class T>
 bool threads_pay(int m, int n, int k, int t) {
+    constexpr bool single = sizeof(T) == 4, cplx = sizeof(T) != sizeof(R_<T>);
     if (m <= 100 && n <= 100 && k <= 100) {
         int mc, nc;
         if (m > t * n) mc = m / t, nc = n;
         else mc = m, nc = n / t;
         const int p = mc * nc;
-        const double r = (double)k * ((double)m * n + m + n) /
-                         ((double)t * 1000 + (double)k * ((double)p + mc + nc));
+        double r;
+        if constexpr (cplx) {
+            if (t <= 2) return true;
+            // Z counts its products twice, as its work per element is.
+            const double w = sizeof(T) == 16 ? 2 : 1, x = sizeof(T) == 16 ? 2 : 4;
+            r = w * k * (x * m * n + m + n) / ((double)t * 1000 + w * k * (x * mc * nc + mc + nc));
+            return r > 1.4;
+        } else if constexpr (single) {
+            r = (double)(k * (m * n + m + n) / 2) / (t * 1000 + k * (p + mc + nc) / 2);
+        } else {
+            r = (double)k * ((double)m * n + m + n) /
+                ((double)t * 1000 + (double)k * ((double)p + mc + nc));
+        }
         bool go = r > 1.4;
         if (k < 24 && p < 320) go = false;
         if (t >= 16) {
@@ -75,16 +89,43 @@ bool threads_pay(int m, int n, int k, int t) {
     }
     if (t <= 12) return true;
     const int mq = m / t, nq = n / t;
-    if (m > n) {
-        if (mq < 4 && nq == 0) return false;
-        if (mq == 1 && nq <= 16) return false;
-        if (mq <= 8 && (long long)k * mq * nq < 1230) return false;
-        if (nq <= 1 && (long long)k * n * mq < 15000) return false;
+    const long long kl = k;
+    if constexpr (cplx) {
+        if (m > n) {
+            if (mq <= 0 && nq == 0) return false;
+            if (mq == 1 && n <= 3) return false;
+            if (nq > 0 && mq >= 3 && mq <= 8 && mq * nq * kl < 256) return false;
+            if (k < 24 && nq > 0 && mq * nq < 320) return false;
+        } else {
+            if (mq <= 0 && nq == 0) return false;
+            if (mq <= 3 && nq >= 8 && n <= 3000 && m * kl * (nq / 8) <= 1024) return false;
+        }
+    } else if constexpr (single) {
+        if (m > n) {
+            if (mq <= 8) {
+                if (nq == 0) return false;
+                if (mq == 1 && nq <= 16) return false;
+                if (kl * mq * nq < 1230) return false;
+            }
+            if (nq <= 1 && kl * n * mq < 15000) return false;
+        } else {
+            if (mq <= 0 && nq == 0) return false;
+            if (nq < 4 && kl * m < 1030) return false;
+            if (nq >= 4 && nq <= 15 && kl * mq < 300) return false;
+            if (mq <= 3 && nq >= 8 && n <= 7000 && kl * m < 170 && m != 2 && k != 2) return false;
+        }
     } else {
-        if (mq <= 0 && nq == 0) return false;
-        if (nq < 4 && (long long)k * m < 580) return false;
-        if (nq >= 4 && nq <= 8 && (long long)k * mq < 300) return false;
-        if (mq <= 3 && nq >= 8 && n < 3000 && (long long)k * m < 128) return false;
+        if (m > n) {
+            if (mq < 4 && nq == 0) return false;
+            if (mq == 1 && nq <= 16) return false;
+            if (mq <= 8 && kl * mq * nq < 1230) return false;
+            if (nq <= 1 && kl * n * mq < 15000) return false;
+        } else {
+            if (mq <= 0 && nq == 0) return false;
+            if (nq < 4 && kl * m < 580) return false;
+            if (nq >= 4 && nq <= 8 && kl * mq < 300) return false;
+            if (mq <= 3 && nq >= 8 && n < 3000 && kl * m < 128) return false;
+        }
     }
     return true;
 }
@@ -222,19 +263,26 @@ void tile_share_b(Ch ta, Ch tb, I pm, I pn, I pk, const T* alpha, const T* a, I 
 }
 
 // Cuts of the lock-step forms, by thread code; the element size enters the
-// bytes of one A slice.
+// bytes of one A slice. S has no shared B and shares A more readily; the
+// complex types only cut rows or columns and leave the strategy to the
+// engine of each thread.
 template <class T>
 void gemm_partition(int m, int n, int k, gemm_context* ctx, gemm_work<T>* w) {
+    constexpr bool single = sizeof(T) == 4, cplx = sizeof(T) != sizeof(R_<T>);
     const int code = w->code;
     const long long e = sizeof(T);
-    if (!w->use_driver || code == 0 || code == 8 || code == 1) {
+    if (cplx || !w->use_driver || code == 0 || code == 8 || code == 1) {
         w->tile = m > n ? tile_rows<T> : tile_cols<T>;
-        if (w->use_driver && code == 1) w->strategy = gemm_pack_a_stream_b;
+        if (!cplx && w->use_driver && code == 1) w->strategy = gemm_pack_a_stream_b;
     } else if (code == 3 || code == 5) {
         const int S = code == 3 ? gemm_pack_a_stream_b : gemm_pack_both;
         const int Lk = code == 3 ? gemm_given_a_stream_b : gemm_given_a_pack_b;
         const int T_ = w->nthr & ~1;
         w->nthr = T_;
+        const bool cols = single ? m < n || (m == n && n == k && k < 800) || (m == n && k < 100) ||
+                                       (T_ > 8 && m < 100 && n < 100)
+                                 : m < n || (m == n && n == k && k < 500) ||
+                                       (T_ > 8 && m < 100 && n < 100);
         if (m > n && (m / T_ >= 4 || n / T_ <= 0)) {
             w->grid_m = T_, w->grid_n = 1;
             const long long limit = T_ <= 8 ? 0x20000 : 0x80000 / ((T_ / 2) & ~3);
@@ -244,9 +292,9 @@ void gemm_partition(int m, int n, int k, gemm_context* ctx, gemm_work<T>* w) {
             } else {
                 w->n_a = T_, w->strategy = Lk, w->tile = tile_share_a<T>;
             }
-        } else if (m < n || (m == n && n == k && k < 500) || (T_ > 8 && m < 100 && n < 100)) {
+        } else if (cols) {
             w->grid_m = 1, w->grid_n = T_, w->strategy = S, w->tile = tile_cols<T>;
-        } else if (m == n && k < 80) {
+        } else if (!single && m == n && k < 80) {
             w->grid_m = 1, w->grid_n = T_, w->n_b = T_;
             w->strategy = gemm_given_b_pack_a, w->tile = tile_share_b<T>;
         } else {
@@ -254,7 +302,7 @@ void gemm_partition(int m, int n, int k, gemm_context* ctx, gemm_work<T>* w) {
             w->tile = tile_share_a<T>;
         }
     } else if (code == 2 || code == 4) {
-        const int M = code == 4 ? 448 : 512;
+        const int M = single ? (code == 4 ? 896 : 1024) : (code == 4 ? 448 : 512);
         const int T_ = w->nthr & ~1;
         w->nthr = T_;
         if (m > n) {
@@ -266,10 +314,11 @@ void gemm_partition(int m, int n, int k, gemm_context* ctx, gemm_work<T>* w) {
                 w->mb = M, w->grid_m = T_, w->grid_n = 1;
                 w->strategy = gemm_given_a_stream_b, w->n_a = T_, w->tile = tile_share_a<T>;
             }
-        } else if (m < n || (m == n && n == k && k < 500) ||
-                   (m < 100 && n <= 100 && !(n / T_ == 3 && k >= 12000))) {
+        } else if (single ? (m == n && n == k && k < 800) || k < 100 || m < n
+                          : m < n || (m == n && n == k && k < 500) ||
+                                (m < 100 && n <= 100 && !(n / T_ == 3 && k >= 12000))) {
             w->strategy = gemm_pack_a_stream_b, w->tile = tile_cols<T>;
-        } else if (m == n && k < 80) {
+        } else if (!single && m == n && k < 80) {
             w->mb = M, w->grid_m = 1, w->grid_n = T_, w->n_b = T_;
             w->strategy = gemm_given_b_pack_a, w->tile = tile_share_b<T>;
         } else {
@@ -307,7 +356,7 @@ void gemm_threaded(Ch transa, Ch transb, I pm, I pn, I pk, const T* alpha, const
     if (t > 4 && thr_dynamic() == 1 && (double)m * n * k < 1e8 && cpu_microarch() == 33 &&
         cpu_cache_size(2) > 0x300000)
         t = 4;
-    if (t <= 1 || !threads_pay(m, n, k, t)) return serial();
+    if (t <= 1 || !threads_pay<T>(m, n, k, t)) return serial();
 
     if (m <= 100 && n <= 100 && k <= 100) {
         // Small products: plain slices of the serial engine.
@@ -325,11 +374,17 @@ void gemm_threaded(Ch transa, Ch transb, I pm, I pn, I pk, const T* alpha, const
                 slice s = cut(n, n / team, i, team);
                 const T* bi = b + ((*transb & ~0x20) == 'N' ? (long)s.start * *ldb : (long)s.start);
                 T* ci = c + (long)s.start * *ldc;
-                // Each thread scales exactly the columns it multiplies.
-                if (!is_one(*beta)) P::scale_c(pm, &s.count, beta, ci, ldc);
-                if (!is_zero(*alpha))
-                    P::serial(transa, transb, pm, &s.count, pk, alpha, a, lda, bi, ldb,
-                              &one_v<T>, ci, ldc);
+                if (sizeof(T) != sizeof(R_<T>)) {
+                    // The complex engines take the caller's beta with them.
+                    P::serial(transa, transb, pm, &s.count, pk, alpha, a, lda, bi, ldb, beta,
+                              ci, ldc);
+                } else {
+                    // Each thread scales exactly the columns it multiplies.
+                    if (!is_one(*beta)) P::scale_c(pm, &s.count, beta, ci, ldc);
+                    if (!is_zero(*alpha))
+                        P::serial(transa, transb, pm, &s.count, pk, alpha, a, lda, bi, ldb,
+                                  &one_v<T>, ci, ldc);
+                }
             }
         }
         return;
