@@ -221,8 +221,8 @@ template <class R, char T> struct gemv {
 };
 
 // C = alpha op(A) op(B) + beta C with m = n = size and k = size, or k = K
-// for the skinny shapes.  buf: A, B, C.
-template <class R, char TA, char TB, int K = 0> struct gemm {
+// for the skinny shapes; C = 2 for complex elements.  buf: A, B, C.
+template <class R, char TA, char TB, int K = 0, int C = 1> struct gemm {
     typedef void(STDCALL* zfn)(const char*, int, const char*, int, const int*, const int*,
                                const int*, const R*, const R*, const int*, const R*,
                                const int*, const R*, R*, const int*);
@@ -230,24 +230,26 @@ template <class R, char TA, char TB, int K = 0> struct gemm {
                         const R*, const int*, const R*, const int*, const R*, R*, const int*,
                         size_t, size_t);
     static int kk(const Case& c) { return K ? K : c.n; }
-    static double flops(double n) { return 2.0 * n * n * (K ? K : n); }
+    static double flops(double n) { return (C == 1 ? 2.0 : 8.0) * n * n * (K ? K : n); }
     static constexpr double (*bytes)(double) = nullptr;  // compute-bound
     static bool setup(Case& c) {
         size_t n = (size_t)c.n, k = (size_t)kk(c);
-        c.buf[0] = bench_alloc(n * k * sizeof(R));
-        c.buf[1] = bench_alloc(n * k * sizeof(R));
-        c.buf[2] = bench_alloc(n * n * sizeof(R));
+        c.buf[0] = bench_alloc(n * k * C * sizeof(R));
+        c.buf[1] = bench_alloc(n * k * C * sizeof(R));
+        c.buf[2] = bench_alloc(n * n * C * sizeof(R));
         if (!c.buf[0] || !c.buf[1] || !c.buf[2]) return false;
-        fill((R*)c.buf[0], n * k, 6);
-        fill((R*)c.buf[1], n * k, 7);
+        fill((R*)c.buf[0], n * k * C, 6);
+        fill((R*)c.buf[1], n * k * C, 7);
         c.scal[0] = 0.75, c.scal[1] = 0.5;
         return true;
     }
-    static void reset(Case& c) { fill((R*)c.buf[2], (size_t)c.n * c.n, 8); }
+    static void reset(Case& c) { fill((R*)c.buf[2], (size_t)c.n * c.n * C, 8); }
+    // Complex scalars get an imaginary part of -0.25.
     static const R* scalar(Case& c, int i) {
-        static thread_local R v[2];
-        v[i] = (R)c.scal[i];
-        return &v[i];
+        static thread_local R v[4];
+        v[C * i] = (R)c.scal[i];
+        if (C == 2) v[2 * i + 1] = (R)-0.25;
+        return &v[C * i];
     }
     // Leading dimensions of the stored A and B.
     static int lda(const Case& c) { return TA == 'N' ? c.n : kk(c); }
@@ -266,7 +268,7 @@ template <class R, char TA, char TB, int K = 0> struct gemm {
     }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[2];
-        *nreal = (size_t)c.n * c.n;
+        *nreal = (size_t)c.n * c.n * C;
     }
 };
 
@@ -287,6 +289,14 @@ const Op ops[] = {
     ROW("dgemm_tn", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'T', 'N'>),
     ROW("dgemm_tt", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'T', 'T'>),
     ROW("dgemm_k64", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N', 64>),
+    ROW("sgemm", 'S', "_SGEMM@60", "sgemm_", 2000, gemm<float, 'N', 'N'>),
+    ROW("sgemm_k64", 'S', "_SGEMM@60", "sgemm_", 2000, gemm<float, 'N', 'N', 64>),
+    ROW("cgemm", 'C', "_CGEMM@60", "cgemm_", 2000, gemm<float, 'N', 'N', 0, 2>),
+    ROW("cgemm_ct", 'C', "_CGEMM@60", "cgemm_", 2000, gemm<float, 'C', 'T', 0, 2>),
+    ROW("cgemm_k64", 'C', "_CGEMM@60", "cgemm_", 2000, gemm<float, 'N', 'N', 64, 2>),
+    ROW("zgemm", 'Z', "_ZGEMM@60", "zgemm_", 2000, gemm<double, 'N', 'N', 0, 2>),
+    ROW("zgemm_ct", 'Z', "_ZGEMM@60", "zgemm_", 2000, gemm<double, 'C', 'T', 0, 2>),
+    ROW("zgemm_k64", 'Z', "_ZGEMM@60", "zgemm_", 2000, gemm<double, 'N', 'N', 64, 2>),
 };
 const int nops = sizeof ops / sizeof ops[0];
 
