@@ -119,29 +119,29 @@ void fill_stage(typename F::R* stage, const typename F::T* b, int ldb, int k, in
 }
 
 // One step: the real part + ar*br then - ai*bi, the imaginary part + ar*bi
-// then + ai*br.
+// then + ai*br. B is read from the stage at each use, so that four
+// accumulators, the two A vectors and a product fit the eight registers;
+// the empty asm statements keep the compiler from hoisting loads of later
+// steps and spilling the sums.
 #define ZVA_SPLIT_MAC(re, im, xr, xi, br, bi)                                  \
-    re = F::add(re, F::mul(xr, br));                                           \
-    re = F::sub(re, F::mul(xi, bi));                                           \
-    im = F::add(im, F::mul(xr, bi));                                           \
-    im = F::add(im, F::mul(xi, br));
-
-template <class F, bool Bcast>
-inline void step(const typename F::R* ap, const typename F::R* sp, typename F::V* acc) {
-    using V = typename F::V;
-    V re0 = acc[0], im0 = acc[1], re1 = acc[2], im1 = acc[3];
-    const V xr = F::load(ap), xi = F::load(ap + F::w);
-    if (Bcast) {
-        ZVA_SPLIT_MAC(re0, im0, xr, xi, F::load(sp), F::load(sp + F::w))
-        ZVA_SPLIT_MAC(re1, im1, xr, xi, F::load(sp + 2 * F::w), F::load(sp + 3 * F::w))
-    } else {
-        const V br = F::load(sp), bi = F::load(sp + F::w);
-        ZVA_SPLIT_MAC(re0, im0, xr, xi, br, bi)
-        ZVA_SPLIT_MAC(re1, im1, F::swap(xr), F::swap(xi), br, bi)
+    re = F::add(re, F::mul(xr, F::load(br)));                                  \
+    re = F::sub(re, F::mul(xi, F::load(bi)));                                  \
+    im = F::add(im, F::mul(xr, F::load(bi)));                                  \
+    im = F::add(im, F::mul(xi, F::load(br)));
+#define ZVA_SPLIT_STEP(ap, sp)                                                 \
+    {                                                                          \
+        V xr = F::load(ap), xi = F::load((ap) + F::w);                         \
+        asm volatile("" : "+x"(xr), "+x"(xi));                                 \
+        if (Bcast) {                                                           \
+            ZVA_SPLIT_MAC(re0, im0, xr, xi, sp, (sp) + F::w)                   \
+            ZVA_SPLIT_MAC(re1, im1, xr, xi, (sp) + 2 * F::w, (sp) + 3 * F::w)  \
+        } else {                                                               \
+            ZVA_SPLIT_MAC(re0, im0, xr, xi, sp, (sp) + F::w)                   \
+            xr = F::swap(xr), xi = F::swap(xi);                                \
+            ZVA_SPLIT_MAC(re1, im1, xr, xi, sp, (sp) + F::w)                   \
+        }                                                                      \
+        asm volatile("" : "+x"(re0), "+x"(im0), "+x"(re1), "+x"(im1));         \
     }
-    acc[0] = re0, acc[1] = im0, acc[2] = re1, acc[3] = im1;
-}
-#undef ZVA_SPLIT_MAC
 
 template <class F, bool Bcast>
 void kernel(int m0, int n, int k, const typename F::T* a, int sa, const typename F::T* b,
@@ -159,27 +159,30 @@ void kernel(int m0, int n, int k, const typename F::T* a, int sa, const typename
         for (int i = 0; i < m0; i += F::mr) {
             const R* ap = (const R*)(a + (long)(i / F::mr) * sa);
             const R* sp = stage;
-            V acc[4] = {F::zero(), F::zero(), F::zero(), F::zero()};
+            V re0 = F::zero(), im0 = F::zero(), re1 = F::zero(), im1 = F::zero();
             int l = 0;
             for (; l + 16 <= kk; l += 16) {
                 _mm_prefetch((const char*)ap + 0x400, _MM_HINT_T0);
 #pragma GCC unroll 16
-                for (int s = 0; s < 16; ++s) step<F, Bcast>(ap + s * aw, sp + s * sw, acc);
+                for (int s = 0; s < 16; ++s) ZVA_SPLIT_STEP(ap + s * aw, sp + s * sw)
                 ap += 16 * aw, sp += 16 * sw;
             }
-            for (; l < kk; ++l, ap += aw, sp += sw) step<F, Bcast>(ap, sp, acc);
+            for (; l < kk; ++l, ap += aw, sp += sw) ZVA_SPLIT_STEP(ap, sp)
             V re[2], im[2];
             if (Bcast) {
-                re[0] = acc[0], im[0] = acc[1], re[1] = acc[2], im[1] = acc[3];
+                re[0] = re0, im[0] = im0, re[1] = re1, im[1] = im1;
             } else {
-                F::columns(acc[0], acc[2], re);
-                F::columns(acc[1], acc[3], im);
+                F::columns(re0, re1, re);
+                F::columns(im0, im1, im);
             }
             R* ct = (R*)(c + i + (long)j * ldc);
             for (int q = 0; q < cols; ++q) F::add_column(ct + 2L * q * ldc, re[q], im[q]);
         }
     }
 }
+
+#undef ZVA_SPLIT_STEP
+#undef ZVA_SPLIT_MAC
 
 template <class F, bool Bcast>
 void block_multiply(Ch, Ch transb, I pm, I pn, I pk, const typename F::T*,
