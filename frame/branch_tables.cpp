@@ -26,7 +26,10 @@ namespace {
     t.dgemm_scale_c = ns::dgemm_scale_c;                                       \
     t.cgemm_scale_c = ns::cgemm_scale_c;                                       \
     t.zgemm_scale_c = ns::zgemm_scale_c;                                       \
-    t.DGEMM = ns::dgemm_serial;
+    t.SGEMM = ns::sgemm_serial;                                                \
+    t.DGEMM = ns::dgemm_serial;                                                \
+    t.CGEMM = ns::cgemm_serial;                                                \
+    t.ZGEMM = ns::zgemm_serial;
 
 // Branches 2 and 3 have no blocked driver: each engine is self-contained.
 #define ZVA_NO_CONTEXT(p)                                                      \
@@ -45,10 +48,7 @@ namespace {
     t.p##ctx_store = ns::gemm_ctx_store;
 #define ZVA_NO_CONTEXTS ZVA_NO_CONTEXT(s) ZVA_NO_CONTEXT(d) ZVA_NO_CONTEXT(c) ZVA_NO_CONTEXT(z)
 #define ZVA_CONTEXTS(ns)                                                       \
-    ZVA_CONTEXT(ns, s) ZVA_CONTEXT(ns, d) ZVA_CONTEXT(ns, c) ZVA_CONTEXT(ns, z) \
-    t.SGEMM = ns::sgemm_serial;                                                \
-    t.CGEMM = ns::cgemm_serial;                                                \
-    t.ZGEMM = ns::zgemm_serial;
+    ZVA_CONTEXT(ns, s) ZVA_CONTEXT(ns, d) ZVA_CONTEXT(ns, c) ZVA_CONTEXT(ns, z)
 
 using S_s = sig_ctx_driver<float>;
 using S_d = sig_ctx_driver<double>;

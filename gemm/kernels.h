@@ -40,13 +40,15 @@
 // driver and the operations on a gemm_context.
 #define ZVA_GEMM_ENGINE(ns)                                                    \
     namespace zva::ns {                                                        \
+    sig_gemm_serial<float> sgemm_serial;                                       \
     sig_gemm_serial<double> dgemm_serial;                                      \
+    sig_gemm_serial<c32> cgemm_serial;                                         \
+    sig_gemm_serial<c64> zgemm_serial;                                         \
     }
 #define ZVA_GEMM_TYPE_FNS(p, T)                                                \
     sig_ctx_load p##gemm_ctx_load;                                             \
     sig_ctx_driver<T> p##gemm_driver;                                          \
-    sig_ctx_size p##gemm_size_buffers;                                         \
-    sig_gemm_serial<T> p##gemm_serial;
+    sig_ctx_size p##gemm_size_buffers;
 #define ZVA_GEMM_BLOCKED(ns)                                                   \
     namespace zva::ns {                                                        \
     sig_ctx_avail gemm_ctx_avail;                                              \

@@ -138,7 +138,7 @@ bool a_form(bool notb, int m, int n, int k) {
 
 void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a, I plda,
             const double* b, I pldb, const double* beta, double* c, I pldc) {
-    const plain p{dgemm_direct, dgemm_scale_c};
+    const plain<double> p{dgemm_direct, dgemm_scale_c};
     if (head(p, ta, tb, pm, pn, pk, alpha, a, plda, b, pldb, beta, c, pldc)) return;
     const int m = *pm, n = *pn, k = *pk, lda = *plda, ldb = *pldb, ldc = *pldc;
     const bool nota = (*ta & ~0x20) == 'N', notb = (*tb & ~0x20) == 'N';
@@ -191,7 +191,7 @@ void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a
     }
     scratch_free(blk);
     // The odd last column; in the A form beta is already in C.
-    columns_by_gemv(nota, notb, m, n, k, n2, alpha, a, lda, b, ldb, in_place ? &one : beta, c, ldc);
+    columns_by_gemv(*ta, *tb, m, n, k, n2, alpha, a, lda, b, ldb, in_place ? &one : beta, c, ldc);
 }
 
 }  // namespace

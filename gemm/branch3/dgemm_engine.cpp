@@ -85,7 +85,7 @@ void kernel(int m, int n, int kk, const double* a, const double* b, double* c, i
 
 void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a, I plda,
             const double* b, I pldb, const double* beta, double* c, I pldc) {
-    const plain p{dgemm_direct, dgemm_scale_c};
+    const plain<double> p{dgemm_direct, dgemm_scale_c};
     if (head(p, ta, tb, pm, pn, pk, alpha, a, plda, b, pldb, beta, c, pldc)) return;
     const int m = *pm, n = *pn, k = *pk, lda = *plda, ldb = *pldb, ldc = *pldc;
     const bool nota = (*ta & ~0x20) == 'N', notb = (*tb & ~0x20) == 'N';
@@ -129,7 +129,7 @@ void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a
         }
     }
     scratch_free(blk);
-    columns_by_gemv(nota, notb, m, n, k, n4, alpha, a, lda, b, ldb, beta, c, ldc);
+    columns_by_gemv(*ta, *tb, m, n, k, n4, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 
 }  // namespace
