@@ -408,6 +408,126 @@ TYPED_TEST(Gemm, BlockedSumOrderIsExact) {
         }
 }
 
+
+// ---- the sum orders of the engines of branches 3 and 2 ---------------------
+
+template <class T> void parts(const T& x, double* re, double* im) {
+    if constexpr (kind<T>::cplx) *re = x.re, *im = x.im;
+    else *re = x, *im = 0;
+}
+
+// S and C: C is staged as beta*C; each kernel call (64 steps, then the 48,
+// 32 or 16 left) adds the lanes of its steps joined as (l0 + l2) + (l1 + l3),
+// each lane a running sum over the steps k = l mod 4; in C a lane first adds
+// all ar*br, then takes off all ai*bi (and adds ai*br, then ar*bi).
+template <class T> T model_klane(const problem<T>& p, int i, int j) {
+    using R = typename kind<T>::R;
+    R cr, ci;
+    {
+        R br, bi, xr, xi;
+        if constexpr (kind<T>::cplx) br = p.beta.re, bi = p.beta.im, xr = p.c0[8 + i + (long)j * p.ldc].re, xi = p.c0[8 + i + (long)j * p.ldc].im;
+        else br = p.beta, bi = 0, xr = p.c0[8 + i + (long)j * p.ldc], xi = 0;
+        if (br == 1 && bi == 0) cr = xr, ci = xi;
+        else if (br == 0 && bi == 0) cr = ci = 0;
+        else cr = kind<T>::cplx ? br * xr - bi * xi : br * xr, ci = kind<T>::cplx ? br * xi + bi * xr : 0;
+    }
+    for (int l0 = 0; l0 < p.k; l0 += 64) {
+        const int len = p.k - l0 < 64 ? p.k - l0 : 64;
+        R lr[4] = {0, 0, 0, 0}, li[4] = {0, 0, 0, 0};
+        for (int pass = 0; pass < (kind<T>::cplx ? 2 : 1); ++pass)
+            for (int l = 0; l < len; ++l) {
+                R xr, xi, yr, yi;
+                packed_a(p, false, i, l0 + l, &xr, &xi);
+                elem_b(p, l0 + l, j, &yr, &yi);
+                if (pass == 0) lr[l % 4] += xr * yr, li[l % 4] += xi * yr;
+                else li[l % 4] += xr * yi, lr[l % 4] -= xi * yi;
+            }
+        cr = cr + ((lr[0] + lr[2]) + (lr[1] + lr[3]));
+        ci = ci + ((li[0] + li[2]) + (li[1] + li[3]));
+    }
+    if constexpr (kind<T>::cplx) return T{cr, ci};
+    else return cr;
+}
+
+// Z: chunks of 80, the first one (k mod 80) taken from the end and merged
+// with beta as (cr*br - ci*bi) + sum; per step re + ar*br - ai*bi and
+// im + ai*br + ar*bi.
+cdouble model_zstage(const problem<cdouble>& p, int i, int j) {
+    const cdouble c0 = p.c0[8 + i + (long)j * p.ldc];
+    double cr = c0.re, ci = c0.im;
+    const int first = p.k % 80 ? p.k % 80 : 80;
+    for (int t = 0; t * 80 < p.k; ++t) {
+        const int l0 = t == 0 ? p.k - first : (t - 1) * 80, len = t == 0 ? first : 80;
+        double sr = 0, si = 0;
+        for (int l = l0; l < l0 + len; ++l) {
+            double xr, xi, yr, yi;
+            packed_a(p, false, i, l, &xr, &xi);
+            elem_b(p, l, j, &yr, &yi);
+            sr = sr + xr * yr, sr = sr - xi * yi;
+            si = si + xi * yr, si = si + xr * yi;
+        }
+        if (t > 0 || (p.beta.re == 1 && p.beta.im == 0)) cr = cr + sr, ci = ci + si;
+        else if (p.beta.re == 0 && p.beta.im == 0) cr = sr, ci = si;
+        else
+            cr = (cr * p.beta.re + ci * -p.beta.im) + sr,
+            ci = (c0.re * p.beta.im + c0.im * p.beta.re) + si;
+    }
+    return {cr, ci};
+}
+
+TYPED_TEST(Gemm, StagedEnginesSumOrderIsExact) {
+    using T = TypeParam;
+    const int b = test_branch();
+    if (b != 2 && b != 3) GTEST_SKIP() << "the engines of branches 3 and 2";
+    const bool z = sizeof(T) == 16;
+    // Whole groups of rows and k a multiple of 16 (S, C), shapes large
+    // enough for the engine; even rows and
+    // columns (Z), where nothing goes through the plain loops.
+    struct shape { int m, n, k; };
+    const shape sc[] = {{32, 9, 112}, {16, 80, 64}, {48, 8, 176}};
+    const shape zs[] = {{6, 4, 8}, {10, 6, 170}, {4, 8, 80}};
+    int round = 0;
+    for (int q = 0; q < 3; ++q)
+        for (const auto& t : letters) {
+            ++round;
+            const shape s = z ? zs[q] : sc[q];
+            problem<T> p(t[0], t[1], s.m, s.n, s.k, alpha_of<T>(round), beta_of<T>(round),
+                         round % 2);
+            p.run();
+            for (int j = 0; j < p.n; ++j)
+                for (int i = 0; i < p.m; ++i) {
+                    T want;
+                    if constexpr (sizeof(T) == 16) want = model_zstage(p, i, j);
+                    else want = model_klane(p, i, j);
+                    const T got = p.got(i, j);
+                    ASSERT_EQ(memcmp(&got, &want, sizeof(T)), 0)
+                        << t[0] << t[1] << " m=" << s.m << " n=" << s.n << " k=" << s.k
+                        << " at " << i << "," << j << ": " << kind<T>::ld(got) << " vs "
+                        << kind<T>::ld(want);
+                }
+            p.expect_outside_untouched();
+        }
+}
+
+// ---- no memory ------------------------------------------------------------
+
+// With an allocator that refuses large blocks the result is still right and
+// the failure is reported under the engine's tag.
+TYPED_TEST(Gemm, NoMemoryFallsBackToThePlainMultiply) {
+    using T = TypeParam;
+    if (!getenv("ZVA_TEST_NO_MEMORY")) GTEST_SKIP() << "needs the refusing allocator";
+    const int b = test_branch();
+    const char* tag = b >= 4 ? "xgemm" : kind<T>::cplx ? (sizeof(T) == 16 ? "xzgemm" : "xcgemm") : "xsgemm";
+    problem<T> p('N', 'C', 200, 150, 300, alpha_of<T>(2), beta_of<T>(2));
+    testing::internal::CaptureStdout();
+    p.run();
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find(std::string("Not enough work memory in function ") + tag + "\n"),
+              std::string::npos)
+        << out;
+    p.expect_near_reference();
+}
+
 // ---- threads --------------------------------------------------------------
 
 template <class T> class GemmThreads : public testing::Test {};
