@@ -1,21 +1,21 @@
-// GEMV update forms of branches 4 and 5 in D for strided vectors, and what
-// follows them.
+// GEMV update forms of branches 4 and 5 in S and D for strided vectors,
+// and what follows them.
 // Included inside the namespace of branch 4 and of branch 5, after that
 // branch's own primitives, which is where the two branches differ; they
 // share this text. No include guard.
-void d_n_strided(int m, int n, double alpha, const double* a, idx lda, const double* x, int incx,
-                 double* y, int incy) {
+template <class R>
+void n_strided(int m, int n, R alpha, const R* a, idx lda, const R* x, int incx, R* y, int incy) {
     const idx ix = incx, iy = incy;
     x += vec_start(n, incx);
     y += vec_start(m, incy);
     int j = 0;
     for (; j + 4 <= n; j += 4) {
-        const double* c = a + j * lda;
-        const double t0 = alpha * x[j * ix], t1 = alpha * x[(j + 1) * ix];
-        const double t2 = alpha * x[(j + 2) * ix], t3 = alpha * x[(j + 3) * ix];
-        double* yp = y;
+        const R* c = a + j * lda;
+        const R t0 = alpha * x[j * ix], t1 = alpha * x[(j + 1) * ix];
+        const R t2 = alpha * x[(j + 2) * ix], t3 = alpha * x[(j + 3) * ix];
+        R* yp = y;
         for (int i = 0; i < m; ++i, yp += iy) {
-            double s = *yp;
+            R s = *yp;
             s = s + t0 * c[i];
             s = s + t1 * c[lda + i];
             s = s + t2 * c[2 * lda + i];
@@ -24,9 +24,9 @@ void d_n_strided(int m, int n, double alpha, const double* a, idx lda, const dou
         }
     }
     for (; j < n; ++j) {
-        const double* c = a + j * lda;
-        const double t = alpha * x[j * ix];
-        double* yp = y;
+        const R* c = a + j * lda;
+        const R t = alpha * x[j * ix];
+        R* yp = y;
         int i = 0;
         for (; i + 2 <= m; i += 2, yp += 2 * iy) {
             yp[0] = yp[0] + t * c[i];
@@ -34,6 +34,14 @@ void d_n_strided(int m, int n, double alpha, const double* a, idx lda, const dou
         }
         if (i < m) *yp = *yp + t * c[i];
     }
+}
+void s_n_strided(int m, int n, float alpha, const float* a, idx lda, const float* x, int incx,
+                 float* y, int incy) {
+    n_strided(m, n, alpha, a, lda, x, incx, y, incy);
+}
+void d_n_strided(int m, int n, double alpha, const double* a, idx lda, const double* x,
+                 int incx, double* y, int incy) {
+    n_strided(m, n, alpha, a, lda, x, incx, y, incy);
 }
 
 // ------------------------------------------------------------------- C

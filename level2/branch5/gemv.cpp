@@ -320,39 +320,6 @@ template <int K, bool XU>
     for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
 }
 
-void s_n_strided(int m, int n, float alpha, const float* a, idx lda, const float* x, int incx,
-                 float* y, int incy) {
-    const idx ix = incx, iy = incy;
-    x += vec_start(n, incx);
-    y += vec_start(m, incy);
-    int j = 0;
-    for (; j + 4 <= n; j += 4) {
-        const float* c = a + j * lda;
-        const float t0 = alpha * x[j * ix], t1 = alpha * x[(j + 1) * ix];
-        const float t2 = alpha * x[(j + 2) * ix], t3 = alpha * x[(j + 3) * ix];
-        float* yp = y;
-        for (int i = 0; i < m; ++i, yp += iy) {
-            float s = *yp;
-            s = s + t0 * c[i];
-            s = s + t1 * c[lda + i];
-            s = s + t2 * c[2 * lda + i];
-            s = s + t3 * c[3 * lda + i];
-            *yp = s;
-        }
-    }
-    for (; j < n; ++j) {
-        const float* c = a + j * lda;
-        const float t = alpha * x[j * ix];
-        float* yp = y;
-        int i = 0;
-        for (; i + 2 <= m; i += 2, yp += 2 * iy) {
-            yp[0] = yp[0] + t * c[i];
-            yp[iy] = yp[iy] + t * c[i + 1];
-        }
-        if (i < m) *yp = *yp + t * c[i];
-    }
-}
-
 // ------------------------------------------------------------------- D
 
 template <int K>
