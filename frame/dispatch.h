@@ -21,8 +21,8 @@ extern const char* const point_names[point_count];
 // What one branch offers at each point.  A null entry is a kernel not built
 // yet: reaching it stops the process with a line naming it.
 struct kernel_table {
-#define ZVA_ROUTINE_MEMBER(N, B, R, S, K) ZVA_SIG(K)* N;
-#define ZVA_INNER_MEMBER(N, S) ZVA_SIG(S)* N;
+#define ZVA_ROUTINE_MEMBER(N, B, R, S, K, ...) ZVA_SIG(K)* N;
+#define ZVA_INNER_MEMBER(N, S, ...) ZVA_SIG(S)* N;
     ZVA_ROUTINES(ZVA_ROUTINE_MEMBER)
     ZVA_INNER_POINTS(ZVA_INNER_MEMBER)
 #undef ZVA_ROUTINE_MEMBER
@@ -31,6 +31,13 @@ struct kernel_table {
 
 // The tables of branches 2 to 7, in that order.
 extern const kernel_table* const branch_tables[6];
+
+}  // namespace zva
+
+// Each branch's own table, filled from the routine table.
+ZVA_IN_EVERY_BRANCH(extern const kernel_table table;)
+
+namespace zva {
 
 // Stand-ins for operations a branch does not have.
 void kernel_empty(...);
@@ -80,8 +87,8 @@ struct dispatch_point<Member, Id, R(A...)> {
 #define ZVA_DP_TYPE(N, K)                                                      \
     ::zva::dispatch_point<&::zva::kernel_table::N, ::zva::pid_##N, ZVA_SIG(K)>
 namespace zva::dp {
-#define ZVA_DP_ROUTINE(N, B, R, S, K) inline constexpr auto N = &ZVA_DP_TYPE(N, K)::call;
-#define ZVA_DP_INNER(N, S) inline constexpr auto N = &ZVA_DP_TYPE(N, S)::call;
+#define ZVA_DP_ROUTINE(N, B, R, S, K, ...) inline constexpr auto N = &ZVA_DP_TYPE(N, K)::call;
+#define ZVA_DP_INNER(N, S, ...) inline constexpr auto N = &ZVA_DP_TYPE(N, S)::call;
 ZVA_ROUTINES(ZVA_DP_ROUTINE)
 ZVA_INNER_POINTS(ZVA_DP_INNER)
 #undef ZVA_DP_ROUTINE

@@ -76,7 +76,7 @@ template <class R, class... A> struct ret_of<R(A...)> { using type = R; };
 
 // Exports realign the stack: 32-bit callers may hand over only 4 bytes of
 // alignment, and the kernels below keep vectors on it.
-#define ZVA_EXPORT(N, B, R, S, K)                                              \
+#define ZVA_EXPORT(N, B, R, S, K, ...)                                            \
     static_assert(4 * zva::frame_of<ZVA_SIG(S)>::n == B, #N " stack bytes");   \
     extern "C" __attribute__((visibility("default"), stdcall,                  \
                               force_align_arg_pointer))                        \

@@ -25,33 +25,28 @@ template <point_id Id, class R, class... A> struct unbuilt<Id, R(A...)> {
 };
 
 struct driver_table {
-#define ZVA_DRIVER_MEMBER(N, B, R, S, K)                                       \
+#define ZVA_DRIVER_MEMBER(N, B, R, S, ...)                                     \
     ZVA_SIG(S)* N = &unbuilt<pid_##N, ZVA_SIG(S)>::driver;
     ZVA_ROUTINES(ZVA_DRIVER_MEMBER)
 #undef ZVA_DRIVER_MEMBER
 };
 
 struct checker_table {
-#define ZVA_CHECKER_MEMBER(N, B, R, S, K)                                      \
+#define ZVA_CHECKER_MEMBER(N, B, R, S, ...)                                    \
     typename checker_of<ZVA_SIG(S)>::type* N = &unbuilt<pid_##N, ZVA_SIG(S)>::checker;
     ZVA_ROUTINES(ZVA_CHECKER_MEMBER)
 #undef ZVA_CHECKER_MEMBER
 };
 
+// A driver column names a driver, or not_built, which keeps the stand-in.
+template <class F> constexpr void set_driver(F*& slot, std::type_identity_t<F>* f) { slot = f; }
+template <class F> constexpr void set_driver(F*&, decltype(nullptr)) {}
+
 inline constexpr driver_table drivers = [] {
     driver_table t;
-    t.SAXPY = axpy_driver<float>;
-    t.DAXPY = axpy_driver<double>;
-    t.CAXPY = axpy_driver<c32>;
-    t.ZAXPY = axpy_driver<c64>;
-    t.SGEMV = gemv_driver<float>;
-    t.DGEMV = gemv_driver<double>;
-    t.CGEMV = gemv_driver<c32>;
-    t.ZGEMV = gemv_driver<c64>;
-    t.SGEMM = gemm_threaded<float>;
-    t.DGEMM = gemm_threaded<double>;
-    t.CGEMM = gemm_threaded<c32>;
-    t.ZGEMM = gemm_threaded<c64>;
+#define ZVA_DRIVER_ENTRY(N, B, R, S, K, KERNEL, DRIVER) set_driver(t.N, ZVA_UNPAREN DRIVER);
+    ZVA_ROUTINES(ZVA_DRIVER_ENTRY)
+#undef ZVA_DRIVER_ENTRY
     return t;
 }();
 

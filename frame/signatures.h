@@ -88,3 +88,48 @@ template <class> struct unparen;
 template <class F> struct unparen<void(F*)> { using type = F; };
 }  // namespace zva
 #define ZVA_SIG(S) typename ::zva::unparen<void S>::type
+
+// ---- registration helpers -------------------------------------------------
+#define ZVA_UNPAREN(...) __VA_ARGS__
+
+namespace zva {
+// The kernel or driver column of a routine that is not built yet.
+inline constexpr decltype(nullptr) not_built = nullptr;
+
+// One of four values by element type, in the order S, D, C, Z: the dispatch
+// point a driver template runs for its type, say.
+template <class T, auto S, auto D, auto C, auto Z>
+inline constexpr auto by_type = [] {
+    if constexpr (__is_same(T, float)) return S;
+    else if constexpr (__is_same(T, double)) return D;
+    else if constexpr (__is_same(T, c32)) return C;
+    else return Z;
+}();
+}  // namespace zva
+
+// Declarations that every branch namespace holds alike: the kernels of a
+// family, declared once, e.g. ZVA_IN_EVERY_BRANCH(template <class T>
+// sig_axpy<T> axpy;).  Each branch's recipe, or its override, defines them.
+#define ZVA_IN_EVERY_BRANCH(...)                                               \
+    namespace zva::b2 { __VA_ARGS__ }                                          \
+    namespace zva::b3 { __VA_ARGS__ }                                          \
+    namespace zva::b4 { __VA_ARGS__ }                                          \
+    namespace zva::b5 { __VA_ARGS__ }                                          \
+    namespace zva::b6 { __VA_ARGS__ }                                          \
+    namespace zva::b7 { __VA_ARGS__ }
+
+// Explicit instantiations of a template f<T> for the four element types.
+#define ZVA_INSTANTIATE_TYPES(f)                                               \
+    template decltype(f<float>) f<float>;                                      \
+    template decltype(f<double>) f<double>;                                    \
+    template decltype(f<::zva::c32>) f<::zva::c32>;                            \
+    template decltype(f<::zva::c64>) f<::zva::c64>;
+
+// Branch code is compiled with ZVA_BRANCH = 2 .. 7; ZVA_NS is its namespace
+// (b2 .. b7), so that a recipe compiled for every branch defines each
+// branch's own kernels.
+#if defined(ZVA_BRANCH) && ZVA_BRANCH >= 2 && ZVA_BRANCH <= 7
+#define ZVA_NS_CAT2(a, b) a##b
+#define ZVA_NS_CAT(a, b) ZVA_NS_CAT2(a, b)
+#define ZVA_NS ZVA_NS_CAT(b, ZVA_BRANCH)
+#endif

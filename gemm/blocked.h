@@ -399,13 +399,13 @@ void serial(Ch transa, Ch transb, I pm, I pn, I pk, const typename E::T* alpha,
 // The traits of the four types of a branch from their row tables.
 #define ZVA_GEMM_TRAITS(rows_per_type, above)                                   \
     using s_engine = gemm_blocked::traits<float, s_rows, rows_per_type,        \
-                                          sgemm_direct, sgemm_scale_c, above>;  \
+                                          gemm_direct<float>, gemm_scale_c<float>, above>;  \
     using d_engine = gemm_blocked::traits<double, d_rows, rows_per_type,        \
-                                          dgemm_direct, dgemm_scale_c, above>;  \
+                                          gemm_direct<double>, gemm_scale_c<double>, above>;  \
     using c_engine = gemm_blocked::traits<c32, c_rows, rows_per_type,           \
-                                          cgemm_direct, cgemm_scale_c, above>;  \
+                                          gemm_direct<c32>, gemm_scale_c<c32>, above>;  \
     using z_engine = gemm_blocked::traits<c64, z_rows, rows_per_type,           \
-                                          zgemm_direct, zgemm_scale_c, above>;
+                                          gemm_direct<c64>, gemm_scale_c<c64>, above>;
 // All entries of a branch.
 #define ZVA_GEMM_BRANCH_ENTRIES                                                 \
     ZVA_GEMM_CONTEXT_OPS                                                        \

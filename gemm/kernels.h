@@ -1,29 +1,18 @@
 // Multiply-engine kernels: the same names in every branch namespace.
 #pragma once
-#include "frame/types.h"
+#include "frame/dispatch.h"
 #include "gemm/engine.h"
 
 // C := beta*C on an m x n block; beta = 0 stores zeros without reading C.
-#define ZVA_GEMM_SCALE_C(name, T)                                              \
-    void name(const int* m, const int* n, const T* beta, T* c, const int* ldc);
 // The plain multiply without packing: C := alpha*op(A)*op(B) + beta*C.
-#define ZVA_GEMM_DIRECT(name, T)                                               \
-    void name(const char* transa, const char* transb, const int* m,            \
-              const int* n, const int* k, const T* alpha, const T* a,          \
-              const int* lda, const T* b, const int* ldb, const T* beta, T* c, \
-              const int* ldc);
-
-#define ZVA_GEMM_KERNELS(ns)                                                   \
-    namespace zva::ns {                                                        \
-    ZVA_GEMM_SCALE_C(sgemm_scale_c, float)                                     \
-    ZVA_GEMM_SCALE_C(dgemm_scale_c, double)                                    \
-    ZVA_GEMM_SCALE_C(cgemm_scale_c, c32)                                       \
-    ZVA_GEMM_SCALE_C(zgemm_scale_c, c64)                                       \
-    ZVA_GEMM_DIRECT(sgemm_direct, float)                                       \
-    ZVA_GEMM_DIRECT(dgemm_direct, double)                                      \
-    ZVA_GEMM_DIRECT(cgemm_direct, c32)                                         \
-    ZVA_GEMM_DIRECT(zgemm_direct, c64)                                         \
-    }
+// The serial engine.
+ZVA_IN_EVERY_BRANCH(
+    template <class T> sig_gemm_scale_c<T> gemm_scale_c;
+    template <class T> sig_gemm_serial<T> gemm_direct;
+    sig_gemm_serial<float> sgemm_serial;
+    sig_gemm_serial<double> dgemm_serial;
+    sig_gemm_serial<c32> cgemm_serial;
+    sig_gemm_serial<c64> zgemm_serial;)
 
 // The packing routines and block multiply of one gemm_kernel_record; the
 // complex rows have conjugating copies as well.
@@ -36,15 +25,8 @@
     sig_gemm_copy_a<T> p##copy_a_c;                                            \
     sig_gemm_copy_b<T> p##copy_b_c;
 
-// The serial engine of each branch, and on branches 4 to 7 its blocked
-// driver and the operations on a gemm_context.
-#define ZVA_GEMM_ENGINE(ns)                                                    \
-    namespace zva::ns {                                                        \
-    sig_gemm_serial<float> sgemm_serial;                                       \
-    sig_gemm_serial<double> dgemm_serial;                                      \
-    sig_gemm_serial<c32> cgemm_serial;                                         \
-    sig_gemm_serial<c64> zgemm_serial;                                         \
-    }
+// On branches 4 to 7 the blocked driver and the operations on a
+// gemm_context.
 #define ZVA_GEMM_TYPE_FNS(p, T)                                                \
     sig_ctx_load p##gemm_ctx_load;                                             \
     sig_ctx_driver<T> p##gemm_driver;                                          \
@@ -54,10 +36,8 @@
     sig_ctx_avail gemm_ctx_avail;                                              \
     sig_ctx_clear gemm_ctx_clear;                                              \
     sig_ctx_store gemm_ctx_store;                                              \
-    sig_ctx_load dgemm_ctx_load;                                               \
-    sig_ctx_driver<double> dgemm_driver;                                       \
-    sig_ctx_size dgemm_size_buffers;                                           \
     ZVA_GEMM_TYPE_FNS(s, float)                                                \
+    ZVA_GEMM_TYPE_FNS(d, double)                                               \
     ZVA_GEMM_TYPE_FNS(c, c32)                                                  \
     ZVA_GEMM_TYPE_FNS(z, c64)                                                  \
     ZVA_GEMM_ROW_FNS(dgemm_, double)                                           \
@@ -65,24 +45,30 @@
     ZVA_GEMM_CROW_FNS(cgemm_, c32)                                             \
     ZVA_GEMM_CROW_FNS(zgemm_, c64)                                             \
     }
-
-ZVA_GEMM_KERNELS(b2)
-ZVA_GEMM_KERNELS(b3)
-ZVA_GEMM_KERNELS(b4)
-ZVA_GEMM_KERNELS(b5)
-ZVA_GEMM_KERNELS(b6)
-ZVA_GEMM_KERNELS(b7)
-
-ZVA_GEMM_ENGINE(b2)
-ZVA_GEMM_ENGINE(b3)
-ZVA_GEMM_ENGINE(b4)
-ZVA_GEMM_ENGINE(b5)
-ZVA_GEMM_ENGINE(b6)
-ZVA_GEMM_ENGINE(b7)
 ZVA_GEMM_BLOCKED(b4)
 ZVA_GEMM_BLOCKED(b5)
 ZVA_GEMM_BLOCKED(b6)
 ZVA_GEMM_BLOCKED(b7)
+
+// Branches 2 and 3 have no blocked driver: each engine is self-contained,
+// and the context operations answer that nothing is there.
+#define ZVA_GEMM_NO_CONTEXT_FNS(p, T)                                          \
+    inline constexpr auto p##gemm_ctx_load = stand_in<sig_ctx_load>::none;     \
+    inline constexpr auto p##gemm_driver = stand_in<sig_ctx_driver<T>>::none;  \
+    inline constexpr auto p##gemm_size_buffers = stand_in<sig_ctx_size>::none;
+#define ZVA_GEMM_NO_CONTEXT(ns)                                                \
+    namespace zva::ns {                                                        \
+    inline constexpr auto gemm_ctx_avail = stand_in<sig_ctx_avail>::none;      \
+    inline constexpr auto gemm_ctx_clear = stand_in<sig_ctx_clear>::none;      \
+    inline constexpr auto gemm_ctx_store = stand_in<sig_ctx_store>::none;      \
+    ZVA_GEMM_NO_CONTEXT_FNS(s, float)                                          \
+    ZVA_GEMM_NO_CONTEXT_FNS(d, double)                                         \
+    ZVA_GEMM_NO_CONTEXT_FNS(c, c32)                                            \
+    ZVA_GEMM_NO_CONTEXT_FNS(z, c64)                                            \
+    }
+ZVA_GEMM_NO_CONTEXT(b2)
+ZVA_GEMM_NO_CONTEXT(b3)
+
 // Branch 4 without SSE4.1: the k-pair rows of D and S, and the split rows
 // of C and Z with the broadcast stage.
 namespace zva::b4 {

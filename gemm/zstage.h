@@ -205,17 +205,17 @@ void engine(Ch ta, Ch tb, I pm, I pn, I pk, const c64* alpha, const c64* a, I pl
                       const float* a, I lda, const float* b, I ldb,            \
                       const float* be, float* c, I ldc) {                      \
         gemm_klane::engine<float>(ta, tb, m, n, k, al, a, lda, b, ldb, be, c,  \
-                                  ldc, sgemm_direct, sgemm_scale_c);           \
+                                  ldc, gemm_direct<float>, gemm_scale_c<float>);           \
     }                                                                          \
     void cgemm_serial(Ch ta, Ch tb, I m, I n, I k, const c32* al,              \
                       const c32* a, I lda, const c32* b, I ldb, const c32* be, \
                       c32* c, I ldc) {                                         \
         gemm_klane::engine<c32>(ta, tb, m, n, k, al, a, lda, b, ldb, be, c,    \
-                                ldc, cgemm_direct, cgemm_scale_c);             \
+                                ldc, gemm_direct<c32>, gemm_scale_c<c32>);             \
     }                                                                          \
     void zgemm_serial(Ch ta, Ch tb, I m, I n, I k, const c64* al,              \
                       const c64* a, I lda, const c64* b, I ldb, const c64* be, \
                       c64* c, I ldc) {                                         \
         gemm_zstage::engine<dup>(ta, tb, m, n, k, al, a, lda, b, ldb, be, c,   \
-                                 ldc, zgemm_direct, zgemm_scale_c);            \
+                                 ldc, gemm_direct<c64>, gemm_scale_c<c64>);            \
     }

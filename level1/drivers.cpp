@@ -18,11 +18,12 @@ template <> constexpr const l1_limits* axpy_row<c32> = &l1_rows::caxpy;
 // covers the vector, since the split counts the threads that came.
 template <class T>
 void axpy_driver(I n, const T* alpha, const T* x, I incx, T* y, I incy) {
+    constexpr auto axpy_point = by_type<T, dp::SAXPY, dp::DAXPY, dp::CAXPY, dp::ZAXPY>;
     int t;
     if constexpr (sizeof(T) == 16) t = l1_threads_z(2000, *n, *incx, *incy);
     else t = l1_threads(*axpy_row<T>, *n, *incx, *incy);
     if (t <= 1) {
-        axpy_point<T>(n, alpha, x, incx, y, incy);
+        axpy_point(n, alpha, x, incx, y, incy);
         return;
     }
 #pragma omp parallel num_threads(t)
@@ -30,15 +31,12 @@ void axpy_driver(I n, const T* alpha, const T* x, I incx, T* y, I incy) {
         int team = omp_get_num_threads(), k = omp_get_thread_num();
         l1_slice s = l1_split(*n, team, k);
         if (k < team) {
-            axpy_point<T>(&s.count, alpha, x + l1_offset(*n, *incx, s), incx,
+            axpy_point(&s.count, alpha, x + l1_offset(*n, *incx, s), incx,
                           y + l1_offset(*n, *incy, s), incy);
         }
     }
 }
 
-template void axpy_driver<float>(I, const float*, const float*, I, float*, I);
-template void axpy_driver<double>(I, const double*, const double*, I, double*, I);
-template void axpy_driver<c32>(I, const c32*, const c32*, I, c32*, I);
-template void axpy_driver<c64>(I, const c64*, const c64*, I, c64*, I);
+ZVA_INSTANTIATE_TYPES(axpy_driver)
 
 }  // namespace zva

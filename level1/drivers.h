@@ -5,12 +5,6 @@
 
 namespace zva {
 
-template <class T> inline constexpr auto axpy_point = nullptr;
-template <> inline constexpr auto axpy_point<float> = dp::SAXPY;
-template <> inline constexpr auto axpy_point<double> = dp::DAXPY;
-template <> inline constexpr auto axpy_point<c32> = dp::CAXPY;
-template <> inline constexpr auto axpy_point<c64> = dp::ZAXPY;
-
 template <class T> void axpy_driver(I n, const T* alpha, const T* x, I incx,
                                     T* y, I incy);
 

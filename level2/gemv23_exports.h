@@ -7,7 +7,7 @@
 // Kernels
 // ============================================================================
 
-void sgemv(const char* trans, const int* m_, const int* n_, const float* alpha,
+template <> void gemv<float>(const char* trans, const int* m_, const int* n_, const float* alpha,
            const float* a, const int* lda_, const float* x, const int* incx_,
            const float* beta, float* y, const int* incy_) {
     const int m = *m_, n = *n_;
@@ -34,7 +34,7 @@ void sgemv(const char* trans, const int* m_, const int* n_, const float* alpha,
         s_t<false>(m, n, al, a, lda, sx_step{x, incx}, y, incy);
 }
 
-void dgemv(const char* trans, const int* m_, const int* n_, const double* alpha,
+template <> void gemv<double>(const char* trans, const int* m_, const int* n_, const double* alpha,
            const double* a, const int* lda_, const double* x, const int* incx_,
            const double* beta, double* y, const int* incy_) {
     const int m = *m_, n = *n_;
@@ -61,7 +61,7 @@ void dgemv(const char* trans, const int* m_, const int* n_, const double* alpha,
         d_t<false>(m, n, al, a, lda, dx_step{x, incx}, y, incy);
 }
 
-void cgemv(const char* trans, const int* m_, const int* n_, const c32* alpha,
+template <> void gemv<c32>(const char* trans, const int* m_, const int* n_, const c32* alpha,
            const c32* a, const int* lda_, const c32* x, const int* incx_,
            const c32* beta, c32* y, const int* incy_) {
     const int m = *m_, n = *n_;
@@ -93,7 +93,7 @@ void cgemv(const char* trans, const int* m_, const int* n_, const c32* alpha,
         c_t<true, false>(m, n, alpha, a, lda, x, incx, y, incy);
 }
 
-void zgemv(const char* trans, const int* m_, const int* n_, const c64* alpha,
+template <> void gemv<c64>(const char* trans, const int* m_, const int* n_, const c64* alpha,
            const c64* a, const int* lda_, const c64* x, const int* incx_,
            const c64* beta, c64* y, const int* incy_) {
     const int m = *m_, n = *n_;

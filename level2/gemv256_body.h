@@ -569,25 +569,25 @@ void cplx_gemv(const char* trans, const int* pm, const int* pn, const CT* palpha
 
 }  // namespace
 
-void sgemv(const char* trans, const int* m, const int* n, const float* alpha, const float* a,
+template <> void gemv<float>(const char* trans, const int* m, const int* n, const float* alpha, const float* a,
            const int* lda, const float* x, const int* incx, const float* beta, float* y,
            const int* incy) {
     real_gemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
 }
 
-void dgemv(const char* trans, const int* m, const int* n, const double* alpha, const double* a,
+template <> void gemv<double>(const char* trans, const int* m, const int* n, const double* alpha, const double* a,
            const int* lda, const double* x, const int* incx, const double* beta, double* y,
            const int* incy) {
     real_gemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
 }
 
-void cgemv(const char* trans, const int* m, const int* n, const c32* alpha, const c32* a,
+template <> void gemv<c32>(const char* trans, const int* m, const int* n, const c32* alpha, const c32* a,
            const int* lda, const c32* x, const int* incx, const c32* beta, c32* y,
            const int* incy) {
     cplx_gemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
 }
 
-void zgemv(const char* trans, const int* m, const int* n, const c64* alpha, const c64* a,
+template <> void gemv<c64>(const char* trans, const int* m, const int* n, const c64* alpha, const c64* a,
            const int* lda, const c64* x, const int* incx, const c64* beta, c64* y,
            const int* incy) {
     cplx_gemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);

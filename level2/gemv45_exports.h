@@ -2,7 +2,7 @@
 // Included inside the namespace of branch 4 and of branch 5, after that
 // branch's own primitives, which is where the two branches differ; they
 // share this text. No include guard.
-void sgemv(const char* trans, const int* pm, const int* pn, const float* palpha, const float* a,
+template <> void gemv<float>(const char* trans, const int* pm, const int* pn, const float* palpha, const float* a,
            const int* plda, const float* x, const int* pincx, const float* pbeta, float* y,
            const int* pincy) {
     const int m = *pm, n = *pn;
@@ -39,7 +39,7 @@ void sgemv(const char* trans, const int* pm, const int* pn, const float* palpha,
     }
 }
 
-void dgemv(const char* trans, const int* pm, const int* pn, const double* palpha, const double* a,
+template <> void gemv<double>(const char* trans, const int* pm, const int* pn, const double* palpha, const double* a,
            const int* plda, const double* x, const int* pincx, const double* pbeta, double* y,
            const int* pincy) {
     const int m = *pm, n = *pn;
@@ -147,7 +147,7 @@ void z_t(int m, int n, __m128d alr, __m128d ali, const double* a, idx lda, const
 
 }  // namespace
 
-void cgemv(const char* trans, const int* pm, const int* pn, const c32* palpha, const c32* pa,
+template <> void gemv<c32>(const char* trans, const int* pm, const int* pn, const c32* palpha, const c32* pa,
            const int* plda, const c32* px, const int* pincx, const c32* pbeta, c32* py,
            const int* pincy) {
     const int m = *pm, n = *pn;
@@ -186,7 +186,7 @@ void cgemv(const char* trans, const int* pm, const int* pn, const c32* palpha, c
         c_t<true>(m, n, ar, ai, a, lda, x, incx, y, incy);
 }
 
-void zgemv(const char* trans, const int* pm, const int* pn, const c64* palpha, const c64* pa,
+template <> void gemv<c64>(const char* trans, const int* pm, const int* pn, const c64* palpha, const c64* pa,
            const int* plda, const c64* px, const int* pincx, const c64* pbeta, c64* py,
            const int* pincy) {
     const int m = *pm, n = *pn;

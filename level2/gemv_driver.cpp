@@ -27,12 +27,6 @@ template <> constexpr gemv_limits limits_of<double> = {64, 64, 1536, 3072, 2048,
 template <> constexpr gemv_limits limits_of<c32> = {256, 64, 1024, 2048, 1024, 2048, 2048, 2048};
 template <> constexpr gemv_limits limits_of<c64> = {64, 32, 512, 1024, 512, 1024, 1024, 1024};
 
-template <class T> constexpr auto gemv_point = nullptr;
-template <> constexpr auto gemv_point<float> = dp::SGEMV;
-template <> constexpr auto gemv_point<double> = dp::DGEMV;
-template <> constexpr auto gemv_point<c32> = dp::CGEMV;
-template <> constexpr auto gemv_point<c64> = dp::ZGEMV;
-
 // Threads for an m x n product; 1 keeps the call on the caller's thread.
 template <class T> int gemv_threads(bool notrans, int m, int n) {
     const gemv_limits& c = limits_of<T>;
@@ -72,18 +66,19 @@ template <class T> int gemv_threads(bool notrans, int m, int n) {
 template <class T>
 void gemv_driver(Ch trans, I m, I n, const T* alpha, const T* a, I lda, const T* x, I incx,
                  const T* beta, T* y, I incy, L) {
+    constexpr auto gemv_point = by_type<T, dp::SGEMV, dp::DGEMV, dp::CGEMV, dp::ZGEMV>;
     if (*m <= 0 || *n <= 0) return;
     bool notrans = (*trans & ~0x20) == 'N';
     int t = gemv_threads<T>(notrans, *m, *n);
     if (t <= 1) {
-        gemv_point<T>(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
+        gemv_point(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
         return;
     }
 #pragma omp parallel num_threads(t)
     {
         int team = omp_get_num_threads(), i = omp_get_thread_num();
         if (team == 1) {
-            gemv_point<T>(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
+            gemv_point(trans, m, n, alpha, a, lda, x, incx, beta, y, incy);
         } else {
             int total = notrans ? *m : *n;
             int chunk = notrans ? (total / team) & ~7 : total / team;
@@ -92,22 +87,15 @@ void gemv_driver(Ch trans, I m, I n, const T* alpha, const T* a, I lda, const T*
             long long ys = *incy >= 0 ? (long long)start * *incy
                                       : (long long)(start + count - total) * *incy;
             if (notrans) {
-                gemv_point<T>(trans, &count, n, alpha, a + start, lda, x, incx, beta, y + ys, incy);
+                gemv_point(trans, &count, n, alpha, a + start, lda, x, incx, beta, y + ys, incy);
             } else {
-                gemv_point<T>(trans, m, &count, alpha, a + (long long)start * *lda, lda, x, incx,
+                gemv_point(trans, m, &count, alpha, a + (long long)start * *lda, lda, x, incx,
                               beta, y + ys, incy);
             }
         }
     }
 }
 
-template void gemv_driver<float>(Ch, I, I, const float*, const float*, I, const float*, I,
-                                 const float*, float*, I, L);
-template void gemv_driver<double>(Ch, I, I, const double*, const double*, I, const double*, I,
-                                  const double*, double*, I, L);
-template void gemv_driver<c32>(Ch, I, I, const c32*, const c32*, I, const c32*, I, const c32*,
-                               c32*, I, L);
-template void gemv_driver<c64>(Ch, I, I, const c64*, const c64*, I, const c64*, I, const c64*,
-                               c64*, I, L);
+ZVA_INSTANTIATE_TYPES(gemv_driver)
 
 }  // namespace zva

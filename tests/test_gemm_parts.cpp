@@ -24,20 +24,20 @@ template <class T> struct parts {
 #define ZVA_BRANCHES(X, p) {X::b2::p, X::b3::p, X::b4::p, X::b5::p, X::b6::p, X::b7::p}
 template <class T> struct table;
 template <> struct table<float> {
-    static constexpr parts<float>::direct_fn direct[6] = ZVA_BRANCHES(zva, sgemm_direct);
-    static constexpr parts<float>::scale_fn scale[6] = ZVA_BRANCHES(zva, sgemm_scale_c);
+    static constexpr parts<float>::direct_fn direct[6] = ZVA_BRANCHES(zva, gemm_direct<float>);
+    static constexpr parts<float>::scale_fn scale[6] = ZVA_BRANCHES(zva, gemm_scale_c<float>);
 };
 template <> struct table<double> {
-    static constexpr parts<double>::direct_fn direct[6] = ZVA_BRANCHES(zva, dgemm_direct);
-    static constexpr parts<double>::scale_fn scale[6] = ZVA_BRANCHES(zva, dgemm_scale_c);
+    static constexpr parts<double>::direct_fn direct[6] = ZVA_BRANCHES(zva, gemm_direct<double>);
+    static constexpr parts<double>::scale_fn scale[6] = ZVA_BRANCHES(zva, gemm_scale_c<double>);
 };
 template <> struct table<c32> {
-    static constexpr parts<c32>::direct_fn direct[6] = ZVA_BRANCHES(zva, cgemm_direct);
-    static constexpr parts<c32>::scale_fn scale[6] = ZVA_BRANCHES(zva, cgemm_scale_c);
+    static constexpr parts<c32>::direct_fn direct[6] = ZVA_BRANCHES(zva, gemm_direct<c32>);
+    static constexpr parts<c32>::scale_fn scale[6] = ZVA_BRANCHES(zva, gemm_scale_c<c32>);
 };
 template <> struct table<c64> {
-    static constexpr parts<c64>::direct_fn direct[6] = ZVA_BRANCHES(zva, zgemm_direct);
-    static constexpr parts<c64>::scale_fn scale[6] = ZVA_BRANCHES(zva, zgemm_scale_c);
+    static constexpr parts<c64>::direct_fn direct[6] = ZVA_BRANCHES(zva, gemm_direct<c64>);
+    static constexpr parts<c64>::scale_fn scale[6] = ZVA_BRANCHES(zva, gemm_scale_c<c64>);
 };
 
 template <class T> constexpr bool cplx = std::is_class_v<T>;

@@ -138,7 +138,7 @@ bool a_form(bool notb, int m, int n, int k) {
 
 void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a, I plda,
             const double* b, I pldb, const double* beta, double* c, I pldc) {
-    const plain<double> p{dgemm_direct, dgemm_scale_c};
+    const plain<double> p{gemm_direct<double>, gemm_scale_c<double>};
     if (head(p, ta, tb, pm, pn, pk, alpha, a, plda, b, pldb, beta, c, pldc)) return;
     const int m = *pm, n = *pn, k = *pk, lda = *plda, ldb = *pldb, ldc = *pldc;
     const bool nota = (*ta & ~0x20) == 'N', notb = (*tb & ~0x20) == 'N';
@@ -149,7 +149,7 @@ void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a
     const uint32_t size = in_place ? 0x37f00 : (uint32_t)nb * 832 + 0x39f00;
     char* blk = (char*)scratch_alloc(size, 128);
     if (err_no_memory(blk, "xdgemm")) {
-        dgemm_direct(ta, tb, pm, pn, pk, alpha, a, plda, b, pldb, beta, c, pldc);
+        gemm_direct<double>(ta, tb, pm, pn, pk, alpha, a, plda, b, pldb, beta, c, pldc);
         return;
     }
     double* pa = (double*)align_up(blk, 4096);
@@ -158,7 +158,7 @@ void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a
 
     const int n2 = n - n % 2;
     const double one = 1.0;
-    if (in_place && *beta != 1.0) dgemm_scale_c(pm, pn, beta, c, pldc);
+    if (in_place && *beta != 1.0) gemm_scale_c<double>(pm, pn, beta, c, pldc);
     for (int t = 0; t < chunk_count(k, q); ++t) {
         const chunk ch = chunk_at(k, q, t);
         const int kk = (ch.len + 1) & ~1;

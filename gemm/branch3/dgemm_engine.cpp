@@ -85,14 +85,14 @@ void kernel(int m, int n, int kk, const double* a, const double* b, double* c, i
 
 void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a, I plda,
             const double* b, I pldb, const double* beta, double* c, I pldc) {
-    const plain<double> p{dgemm_direct, dgemm_scale_c};
+    const plain<double> p{gemm_direct<double>, gemm_scale_c<double>};
     if (head(p, ta, tb, pm, pn, pk, alpha, a, plda, b, pldb, beta, c, pldc)) return;
     const int m = *pm, n = *pn, k = *pk, lda = *plda, ldb = *pldb, ldc = *pldc;
     const bool nota = (*ta & ~0x20) == 'N', notb = (*tb & ~0x20) == 'N';
     const int nb = n < max_cols ? n : max_cols;
     char* blk = (char*)scratch_alloc((uint32_t)nb * 1024 + 551168, 128);
     if (err_no_memory(blk, "xdgemm")) {
-        dgemm_direct(ta, tb, pm, pn, pk, alpha, a, plda, b, pldb, beta, c, pldc);
+        gemm_direct<double>(ta, tb, pm, pn, pk, alpha, a, plda, b, pldb, beta, c, pldc);
         return;
     }
     double* pa = (double*)(((uintptr_t)blk & ~(uintptr_t)4095) + 4096);
@@ -124,7 +124,7 @@ void engine(Ch ta, Ch tb, I pm, I pn, I pk, const double* alpha, const double* a
         // The odd last row, by the plain multiply over this chunk.
         if (m % 2 && n4) {
             const int one_row = 1;
-            dgemm_direct(ta, tb, &one_row, &n4, &ch.len, alpha, at_a(a, nota, lda, m - 1, ch.start),
+            gemm_direct<double>(ta, tb, &one_row, &n4, &ch.len, alpha, at_a(a, nota, lda, m - 1, ch.start),
                          plda, at_b(b, notb, ldb, ch.start, 0), pldb, bet, c + (m - 1), pldc);
         }
     }

@@ -73,7 +73,7 @@ void d_unit(int n, double a, const double* x, double* y) {
 
 }  // namespace
 
-void daxpy(const int* n_, const double* alpha, const double* x,
+template <> void axpy<double>(const int* n_, const double* alpha, const double* x,
            const int* incx_, double* y, const int* incy_) {
     int n = *n_;
     if (n <= 0) return;
@@ -170,7 +170,7 @@ void s_pass16(int passes, float a, const float* x, float* y) {
 
 }  // namespace
 
-void saxpy(const int* n_, const float* alpha, const float* x,
+template <> void axpy<float>(const int* n_, const float* alpha, const float* x,
            const int* incx_, float* y, const int* incy_) {
     int n = *n_;
     if (n <= 0) return;
@@ -285,7 +285,7 @@ int c_unit(int n, const c32* x, c32* y, __m128 var, __m128 vai) {
 
 }  // namespace
 
-void caxpy(const int* n_, const c32* alpha, const c32* x, const int* incx_,
+template <> void axpy<c32>(const int* n_, const c32* alpha, const c32* x, const int* incx_,
            c32* y, const int* incy_) {
     int n = *n_;
     if (n <= 0) return;
@@ -374,7 +374,7 @@ __attribute__((target("tune=pentium4"), noinline)) void z_strided(
 
 }  // namespace
 
-void zaxpy(const int* n_, const c64* alpha, const c64* x, const int* incx_,
+template <> void axpy<c64>(const int* n_, const c64* alpha, const c64* x, const int* incx_,
            c64* y, const int* incy_) {
     const int n = *n_;
     if (n <= 0) return;

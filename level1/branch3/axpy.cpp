@@ -82,7 +82,7 @@ void d_unit(int n, const double* alpha, const double* x, double* y) {
 
 }  // namespace
 
-void daxpy(const int* n_, const double* alpha, const double* x,
+template <> void axpy<double>(const int* n_, const double* alpha, const double* x,
            const int* incx_, double* y, const int* incy_) {
     int n = *n_;
     if (n <= 0) return;
@@ -128,7 +128,7 @@ void s_singles(int n, float a, const float* x, float* y) {
 
 }  // namespace
 
-void saxpy(const int* n_, const float* alpha, const float* x,
+template <> void axpy<float>(const int* n_, const float* alpha, const float* x,
            const int* incx_, float* y, const int* incy_) {
     int n = *n_;
     if (n <= 0) return;
@@ -232,7 +232,7 @@ void c_unit(int n, const c32* x, c32* y, __m128 var, __m128 vai) {
 
 }  // namespace
 
-void caxpy(const int* n_, const c32* alpha, const c32* x, const int* incx_,
+template <> void axpy<c32>(const int* n_, const c32* alpha, const c32* x, const int* incx_,
            c32* y, const int* incy_) {
     int n = *n_;
     if (n <= 0) return;
@@ -283,7 +283,7 @@ inline __m128d z_prod(const c64* x, __m128d va, __m128d vas) {
 
 }  // namespace
 
-void zaxpy(const int* n_, const c64* alpha, const c64* x, const int* incx_,
+template <> void axpy<c64>(const int* n_, const c64* alpha, const c64* x, const int* incx_,
            c64* y, const int* incy_) {
     int n = *n_;
     if (n <= 0) return;

@@ -392,7 +392,7 @@ __attribute__((noinline)) void zaxpy_kernel(const int* pn, const c64* palpha, co
 
 }  // namespace
 
-void saxpy(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
+template <> void axpy<float>(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -408,7 +408,7 @@ void saxpy(const int* pn, const float* palpha, const float* x, const int* pincx,
     for (int k = 0; k < n; ++k, x += incx, y += incy) s_one(a, x, y);
 }
 
-void daxpy(const int* pn, const double* palpha, const double* x, const int* pincx, double* y,
+template <> void axpy<double>(const int* pn, const double* palpha, const double* x, const int* pincx, double* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -424,12 +424,12 @@ void daxpy(const int* pn, const double* palpha, const double* x, const int* pinc
     for (int k = 0; k < n; ++k, x += incx, y += incy) d_one(a, x, y);
 }
 
-void caxpy(const int* n, const c32* alpha, const c32* x, const int* incx, c32* y,
+template <> void axpy<c32>(const int* n, const c32* alpha, const c32* x, const int* incx, c32* y,
            const int* incy) {
     caxpy_kernel(n, alpha, x, incx, y, incy);
 }
 
-void zaxpy(const int* n, const c64* alpha, const c64* x, const int* incx, c64* y,
+template <> void axpy<c64>(const int* n, const c64* alpha, const c64* x, const int* incx, c64* y,
            const int* incy) {
     if (cpu_microarch() == 33)
         zaxpy_kernel<2>(n, alpha, x, incx, y, incy);

@@ -229,7 +229,7 @@ void z_unit(int n, double ar, double ai, const c64* x, c64* y) {
 
 }  // namespace
 
-void saxpy(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
+template <> void axpy<float>(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -247,7 +247,7 @@ void saxpy(const int* pn, const float* palpha, const float* x, const int* pincx,
     for (int k = 0; k < n; ++k, x += incx, y += incy) s_one(a, x, y);
 }
 
-void daxpy(const int* pn, const double* palpha, const double* x, const int* pincx, double* y,
+template <> void axpy<double>(const int* pn, const double* palpha, const double* x, const int* pincx, double* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -263,7 +263,7 @@ void daxpy(const int* pn, const double* palpha, const double* x, const int* pinc
     for (int k = 0; k < n; ++k, x += incx, y += incy) d_one(a, x, y);
 }
 
-void caxpy(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32* y,
+template <> void axpy<c32>(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -287,7 +287,7 @@ void caxpy(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32
     for (int k = 0; k < n; ++k, x += incx, y += incy) c_one(ar, ai, x, y);
 }
 
-void zaxpy(const int* pn, const c64* palpha, const c64* x, const int* pincx, c64* y,
+template <> void axpy<c64>(const int* pn, const c64* palpha, const c64* x, const int* pincx, c64* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;

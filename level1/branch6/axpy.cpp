@@ -70,7 +70,7 @@ inline __m256d z_vec(__m256d ar, __m256d ai, __m256d xv) {
 
 }  // namespace
 
-void daxpy(const int* pn, const double* palpha, const double* x, const int* pincx, double* y,
+template <> void axpy<double>(const int* pn, const double* palpha, const double* x, const int* pincx, double* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -120,7 +120,7 @@ void daxpy(const int* pn, const double* palpha, const double* x, const int* pinc
     if (k) d_one(alpha, x, y);
 }
 
-void saxpy(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
+template <> void axpy<float>(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -162,7 +162,7 @@ void saxpy(const int* pn, const float* palpha, const float* x, const int* pincx,
     if (k) s_one(alpha, x, y);
 }
 
-void caxpy(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32* y,
+template <> void axpy<c32>(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -208,7 +208,7 @@ void caxpy(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32
     if (k) c_one(ar1, ai1, x, y);
 }
 
-void zaxpy(const int* pn, const c64* palpha, const c64* x, const int* pincx, c64* y,
+template <> void axpy<c64>(const int* pn, const c64* palpha, const c64* x, const int* pincx, c64* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;

@@ -72,7 +72,7 @@ inline void z_one_strided(__m128d ar, __m128d nai, const c64* x, c64* y) {
 
 }  // namespace
 
-void daxpy(const int* pn, const double* palpha, const double* x, const int* pincx, double* y,
+template <> void axpy<double>(const int* pn, const double* palpha, const double* x, const int* pincx, double* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -126,7 +126,7 @@ void daxpy(const int* pn, const double* palpha, const double* x, const int* pinc
     if (k) d_one(a1, x, y);
 }
 
-void saxpy(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
+template <> void axpy<float>(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -172,7 +172,7 @@ void saxpy(const int* pn, const float* palpha, const float* x, const int* pincx,
     if (k) s_one(a1, x, y);
 }
 
-void caxpy(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32* y,
+template <> void axpy<c32>(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;
@@ -223,7 +223,7 @@ void caxpy(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32
     if (k) c_one(ar1, ai1, x, y);
 }
 
-void zaxpy(const int* pn, const c64* palpha, const c64* x, const int* pincx, c64* y,
+template <> void axpy<c64>(const int* pn, const c64* palpha, const c64* x, const int* pincx, c64* y,
            const int* pincy) {
     const int n = *pn;
     if (n <= 0) return;

@@ -1,5 +1,5 @@
 // The plain multiply C := alpha*op(A)*op(B) + beta*C, without packing, on
-// the lane kinds of gemm/scale_c.h; one recipe for every branch and type.
+// the branch's lane kinds; one recipe for every branch and type.
 //
 // Every C element is one register sum, started at zero, of its products in
 // increasing k; only then is it multiplied by alpha and merged with C. A
@@ -13,13 +13,15 @@
 // k, 128 bits at a time, and a register transpose turns those loads into
 // one register per k step. B is broadcast one element at a time. Columns of
 // C go four at a time, with an accumulator each.
-//
-// Unnamed namespace for the same reason as in gemm/scale_c.h.
-#pragma once
-#include "gemm/scale_c.h"
+#include "gemm/kernels.h"
+#include "simd/branch.h"
 
-namespace zva::gemm_plain {
+namespace zva::ZVA_NS {
 namespace {
+
+using simd::factor;
+using simd::make_factor;
+using simd::times;
 
 // The call as the blocks see it. Element l of column j of op(B) is
 // b[j * bcol + l * bstep].
@@ -101,7 +103,7 @@ void block(const operands<typename L::T>& o, const consts<L>& w, int i, int j) {
         int l = 0;
         if constexpr (L::G > 1) {
             // Peel k until the first lane's column is 32-byte aligned.
-            for (const int p = peel32(ai, k); l < p; ++l)
+            for (const int p = peel_to_32_within(ai, k); l < p; ++l)
                 step<L, NC>(acc, L::gather(ai + l, o.lda), bj + l * o.bstep, o.bcol, w);
             for (; l + L::G <= k; l += L::G) {
                 v g[L::G];
@@ -131,7 +133,7 @@ void column_group(const operands<typename L1::T>& o, const consts<L1>& w1,
                   const consts<LV>& wv, int m, int j, bool nota) {
     int i = 0;
     if (nota) {
-        for (const int p = LV::W > 1 ? peel32(o.a, m) : 0; i < p; ++i)
+        for (const int p = LV::W > 1 ? peel_to_32_within(o.a, m) : 0; i < p; ++i)
             block<L1, NC, false>(o, w1, i, j);
         for (; i + LV::W <= m; i += LV::W) block<LV, NC, false>(o, wv, i, j);
         for (; i < m; ++i) block<L1, NC, false>(o, w1, i, j);
@@ -142,16 +144,15 @@ void column_group(const operands<typename L1::T>& o, const consts<L1>& w1,
 }
 
 // "N" or "n" means no transposition; for complex types "T" or "t" means
-// transposed and any other letter conjugated and transposed. scale is the
-// branch's own C := beta*C, taken when there is nothing to multiply: k = 0
+// transposed and any other letter conjugated and transposed. The branch's
+// own C := beta*C, scale, is taken when there is nothing to multiply: k = 0
 // or alpha = 0, where neither A nor B is read.
 template <class L1, class LV>
 void direct(const char* transa, const char* transb, const int* pm, const int* pn,
             const int* pk, const typename L1::T* alpha, const typename L1::T* a,
             const int* lda, const typename L1::T* b, const int* ldb,
             const typename L1::T* beta, typename L1::T* c, const int* ldc,
-            void (*scale)(const int*, const int*, const typename L1::T*, typename L1::T*,
-                          const int*)) {
+            sig_gemm_scale_c<typename L1::T>* scale) {
     using T = typename L1::T;
     const int m = *pm, n = *pn, k = *pk;
     if (m <= 0 || n <= 0) return;
@@ -188,4 +189,14 @@ void direct(const char* transa, const char* transb, const int* pm, const int* pn
 }
 
 }  // namespace
-}  // namespace zva::gemm_plain
+
+template <class T>
+void gemm_direct(const char* transa, const char* transb, const int* m, const int* n,
+                 const int* k, const T* alpha, const T* a, const int* lda, const T* b,
+                 const int* ldb, const T* beta, T* c, const int* ldc) {
+    direct<lane1<T>, lanev<T>>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc,
+                               gemm_scale_c<T>);
+}
+ZVA_INSTANTIATE_TYPES(gemm_direct)
+
+}  // namespace zva::ZVA_NS
