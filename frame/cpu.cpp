@@ -207,22 +207,24 @@ int cpu_branch() {
 
 int cpu_microarch() {
     int m = cbwr_mode();
-    if (m == 3) return 0;
-    if ((m == 1 || m == 2) && !cpu_is_primary_vendor()) return 0;
+    if (m == 3) return ma_none;
+    if ((m == 1 || m == 2) && !cpu_is_primary_vendor()) return ma_none;
     int c = cached_load(microarch_cached);
     if (c != -1) return c;
     int b = cpu_branch();
     int v = env_int("ZVA_DEBUG_CPU_MA", -1);
     cpuid_regs l1 = cpuid(1);
-    if (b == 5)
-        c = (v == 64 || v == 66) ? v : (bit(l1.ecx, 25) && m == 1) ? 66 : 64;
-    else if (b == 6)
-        c = 128;
+    if (b == 5) {
+        // ZVA_DEBUG_CPU_MA may choose between the two codes of branch 5.
+        if (v == ma_sse42 || v == ma_sse42_aes) c = v;
+        else c = bit(l1.ecx, 25) && m == 1 ? ma_sse42_aes : ma_sse42;
+    } else if (b == 6)
+        c = ma_avx;
     else if (b == 4)
-        c = (m == 1 || m == 2) ? ((cpu_feature_word() & f_sse41) ? 33 : 32)
-                               : (m >= 7 ? 33 : 32);
+        c = (m == 1 || m == 2) ? ((cpu_feature_word() & f_sse41) ? ma_sse41 : ma_ssse3)
+                               : (m >= 7 ? ma_sse41 : ma_ssse3);
     else
-        c = 0;
+        c = ma_none;
     cached_store(microarch_cached, c);
     return c;
 }

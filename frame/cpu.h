@@ -19,6 +19,17 @@ int cpu_is_primary_vendor();
 uint64_t cpu_read_features();
 uint64_t cpu_feature_word();
 int cpu_branch();
+
+// Micro-architecture codes of cpu_microarch: which tuning of its branch the
+// processor gets. The threaded drivers gate their parallel paths on them.
+enum microarch : int {
+    ma_none = 0,        // no tuning (branches 2, 3, 7, other vendors): one thread
+    ma_ssse3 = 32,      // branch 4 without SSE4.1
+    ma_sse41 = 33,      // branch 4 with SSE4.1
+    ma_sse42 = 64,      // branch 5 without AES, or with ZVA_CBWR set
+    ma_sse42_aes = 66,  // branch 5 with AES and ZVA_CBWR unset
+    ma_avx = 128,       // branch 6
+};
 int cpu_microarch();
 void cpu_cache_sizes(int32_t* out);
 int cpu_cache_size(int level);

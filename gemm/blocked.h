@@ -385,17 +385,23 @@ void serial(Ch transa, Ch transb, I pm, I pn, I pk, const typename E::T* alpha,
                                 c, ldc);                                       \
     }
 
-// A row of gemm_kernel_record: sizes, then the block rule, the buffer
-// sizing and the prefix of its copy routines and block multiply. Real rows
-// take the transposing copies for the letter "C".
-#define ZVA_GEMM_ROW(mr, nr, ku, sp, mm, nm, km, mask, rule, sizer, f)          \
-    {mr, nr, ku, sp, mm, nm, km, mask, gemm_blocked::set_blocks<rule>, sizer,   \
-     gemm_blocked::get_buffers, f##copy_a_n, f##copy_a_t, f##copy_a_t,          \
-     f##copy_b_n, f##copy_b_t, f##copy_b_t, f##block_multiply, {0, 0}}
-#define ZVA_GEMM_CROW(mr, nr, ku, sp, mm, nm, km, mask, rule, sizer, f, bm)     \
-    {mr, nr, ku, sp, mm, nm, km, mask, gemm_blocked::set_blocks<rule>, sizer,   \
-     gemm_blocked::get_buffers, f##copy_a_n, f##copy_a_t, f##copy_a_c,          \
-     f##copy_b_n, f##copy_b_t, f##copy_b_c, bm, {0, 0}}
+// The functions of a row of gemm_kernel_record, as designated initialisers
+// that follow its sizes and strategy_mask: the block rule, the buffer
+// sizing, and the copy routines and block multiply of prefix f. Real rows
+// take the transposing copies for the letter "C"; complex rows name their
+// block multiply bm.
+#define ZVA_GEMM_ROW_ROUTINES(rule, sizer, f)                                   \
+    .set_blocks = gemm_blocked::set_blocks<rule>, .size_buffers = sizer,        \
+    .get_buffers = gemm_blocked::get_buffers, .copy_a_n = f##copy_a_n,          \
+    .copy_a_t = f##copy_a_t, .copy_a_c = f##copy_a_t, .copy_b_n = f##copy_b_n,  \
+    .copy_b_t = f##copy_b_t, .copy_b_c = f##copy_b_t,                           \
+    .block_multiply = f##block_multiply, .reserved = {0, 0}
+#define ZVA_GEMM_CROW_ROUTINES(rule, sizer, f, bm)                              \
+    .set_blocks = gemm_blocked::set_blocks<rule>, .size_buffers = sizer,        \
+    .get_buffers = gemm_blocked::get_buffers, .copy_a_n = f##copy_a_n,          \
+    .copy_a_t = f##copy_a_t, .copy_a_c = f##copy_a_c, .copy_b_n = f##copy_b_n,  \
+    .copy_b_t = f##copy_b_t, .copy_b_c = f##copy_b_c, .block_multiply = bm,     \
+    .reserved = {0, 0}
 // The traits of the four types of a branch from their row tables.
 #define ZVA_GEMM_TRAITS(rows_per_type, above)                                   \
     using s_engine = gemm_blocked::traits<float, s_rows, rows_per_type,        \

@@ -37,6 +37,19 @@ enum : int {
     gemm_given_a_stream_b = 16,
     gemm_given_b_pack_a = 32,
 };
+// Bits of a row's strategy_mask. gemm_driver runs a strategy only when the
+// row carries its bit, which is the strategy's own code. The given-block
+// strategies serve the threaded driver, whose threads share packed operands.
+enum : int32_t {
+    gemm_allow_pack_both = gemm_pack_both,               // pack A and B here
+    gemm_allow_pack_a_stream_b = gemm_pack_a_stream_b,   // pack A, read B in place
+    gemm_allow_given_a_pack_b = gemm_given_a_pack_b,     // take packed A, pack B
+    gemm_allow_given_a_stream_b = gemm_given_a_stream_b, // take packed A, read B in place
+    gemm_allow_given_b_pack_a = gemm_given_b_pack_a,     // take packed B, pack A
+    // Set in every row, but no strategy has this code and nothing asks
+    // for it: it lets the driver do nothing more.
+    gemm_allow_reserved = 64,
+};
 // Buffers named by size_buffers and get_buffers, and the two clamps.
 enum : int {
     gemm_buf_all = 100,

@@ -333,12 +333,12 @@ void gemm_partition(int m, int n, int k, gemm_context* ctx, gemm_work<T>* w) {
 
 int gemm_thread_code() {
     switch (cpu_microarch()) {
-    case 33: return cpu_cache_size(2) > 0x300000 ? 2 : 4;
-    case 32: return 1;
-    case 64:
-    case 66: return 3;
-    case 128: return 5;
-    case 0: return cpu_other_vendor_avx() ? 8 : 0;
+    case ma_sse41: return cpu_cache_size(2) > 0x300000 ? 2 : 4;
+    case ma_ssse3: return 1;
+    case ma_sse42:
+    case ma_sse42_aes: return 3;
+    case ma_avx: return 5;
+    case ma_none: return cpu_other_vendor_avx() ? 8 : 0;
     default: return 0;
     }
 }
@@ -353,7 +353,7 @@ void gemm_threaded(Ch transa, Ch transb, I pm, I pn, I pk, const T* alpha, const
     if (too_thin(m, n, k)) return serial();
 
     int t = thr_max_threads(1);
-    if (t > 4 && thr_dynamic() == 1 && (double)m * n * k < 1e8 && cpu_microarch() == 33 &&
+    if (t > 4 && thr_dynamic() == 1 && (double)m * n * k < 1e8 && cpu_microarch() == ma_sse41 &&
         cpu_cache_size(2) > 0x300000)
         t = 4;
     if (t <= 1 || !threads_pay<T>(m, n, k, t)) return serial();

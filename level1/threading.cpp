@@ -16,10 +16,10 @@ int l1_threads(const l1_limits& r, int n, int incx, int incy) {
     int t = thr_max_threads(1);
     if (t <= 1) return 1;
     int ma = cpu_microarch();
-    bool small_cache_class = ma == 32 || ma == 33;
-    bool big_class = ma == 64 || ma == 66 || ma == 128;
+    bool small_cache_class = ma == ma_ssse3 || ma == ma_sse41;
+    bool big_class = ma == ma_sse42 || ma == ma_sse42_aes || ma == ma_avx;
     if (small_cache_class && has(r.s1) && n <= r.s1) return 1;
-    // Code 0 (branches 2, 3 and 7, other vendors) never forks here.
+    // ma_none (branches 2, 3 and 7, other vendors) never forks here.
     if (!small_cache_class && !big_class) return 1;
     if (incx == 0 || incy == 0) return 1;
     if (thr_dynamic() != 1) return t;
@@ -40,7 +40,7 @@ int l1_threads(const l1_limits& r, int n, int incx, int incy) {
     }
     if (n < r.b1) t = min(t, 2);
     else if (n < r.b2) t = min(t, 4);
-    if (ma == 33) t = min(t, 4);
+    if (ma == ma_sse41) t = min(t, 4);
     return t;
 }
 
@@ -48,7 +48,8 @@ int l1_threads_z(int s0, int n, int incx, int incy) {
     if (n <= s0) return 1;
     if (thr_max_threads(1) <= 1) return 1;
     int ma = cpu_microarch();
-    if (ma != 32 && ma != 33 && ma != 64 && ma != 66 && ma != 128) return 1;
+    if (ma != ma_ssse3 && ma != ma_sse41 && ma != ma_sse42 && ma != ma_sse42_aes && ma != ma_avx)
+        return 1;
     if (incx == 0 || incy == 0) return 1;
     return thr_dynamic() == 1 ? 2 : 1;
 }

@@ -32,7 +32,8 @@ template <class T> int gemv_threads(bool notrans, int m, int n) {
     const gemv_limits& c = limits_of<T>;
     if (m < c.s0 && n < c.s0) return 1;
     int ma = cpu_microarch();
-    if (ma != 32 && ma != 33 && ma != 64 && ma != 66 && ma != 128) return 1;
+    if (ma != ma_ssse3 && ma != ma_sse41 && ma != ma_sse42 && ma != ma_sse42_aes && ma != ma_avx)
+        return 1;
     int t = thr_max_threads(1);
     if (t <= 1) return 1;
     int per, small, big;

@@ -10,33 +10,68 @@ namespace zva::b4 {
 namespace {
 
 using gemm_blocked::block_rule;
-constexpr block_rule s_blocks_kp{256, 128, 1024, 1024, 0, 0, 5000, false};
-constexpr block_rule s_blocks{256, 128, 896, 2000, 2, 0x300000, 5000, true};
-constexpr block_rule d_blocks_kp{256, 128, 512, 512, 0, 0, 5000, false};
-constexpr block_rule d_blocks{256, 128, 448, 960, 2, 0x300000, 5000, true};
-constexpr block_rule c_blocks_bc{80, 64, 1424, 1424, 0, 0, 5000, false};
-constexpr block_rule c_blocks{128, 64, 448, 1536, 2, 0x300000, 5000, false};
-constexpr block_rule z_blocks_bc{80, 64, 744, 744, 0, 0, 5000, false};
-constexpr block_rule z_blocks{128, 64, 256, 768, 2, 0x300000, 2000, false};
+constexpr block_rule s_blocks_kp{.kbase = 256, .kmin = 128, .mb_first = 1024, .mb_second = 1024,
+                                 .cache_level = 0, .cache_limit = 0, .nb_cap = 5000,
+                                 .nb_round = false};
+constexpr block_rule s_blocks{.kbase = 256, .kmin = 128, .mb_first = 896, .mb_second = 2000,
+                              .cache_level = 2, .cache_limit = 0x300000, .nb_cap = 5000,
+                              .nb_round = true};
+constexpr block_rule d_blocks_kp{.kbase = 256, .kmin = 128, .mb_first = 512, .mb_second = 512,
+                                 .cache_level = 0, .cache_limit = 0, .nb_cap = 5000,
+                                 .nb_round = false};
+constexpr block_rule d_blocks{.kbase = 256, .kmin = 128, .mb_first = 448, .mb_second = 960,
+                              .cache_level = 2, .cache_limit = 0x300000, .nb_cap = 5000,
+                              .nb_round = true};
+constexpr block_rule c_blocks_bc{.kbase = 80, .kmin = 64, .mb_first = 1424, .mb_second = 1424,
+                                 .cache_level = 0, .cache_limit = 0, .nb_cap = 5000,
+                                 .nb_round = false};
+constexpr block_rule c_blocks{.kbase = 128, .kmin = 64, .mb_first = 448, .mb_second = 1536,
+                              .cache_level = 2, .cache_limit = 0x300000, .nb_cap = 5000,
+                              .nb_round = false};
+constexpr block_rule z_blocks_bc{.kbase = 80, .kmin = 64, .mb_first = 744, .mb_second = 744,
+                                 .cache_level = 0, .cache_limit = 0, .nb_cap = 5000,
+                                 .nb_round = false};
+constexpr block_rule z_blocks{.kbase = 128, .kmin = 64, .mb_first = 256, .mb_second = 768,
+                              .cache_level = 2, .cache_limit = 0x300000, .nb_cap = 2000,
+                              .nb_round = false};
+
+// Every row may read B in place as well as pack it.
+constexpr int32_t row_strategies = gemm_allow_pack_both | gemm_allow_pack_a_stream_b |
+                                   gemm_allow_given_a_pack_b | gemm_allow_given_a_stream_b |
+                                   gemm_allow_given_b_pack_a | gemm_allow_reserved;
 
 const gemm_kernel_record<float> s_rows[] = {
-    ZVA_GEMM_ROW(4, 2, 2, 8, 4, 8, 2, 126, s_blocks_kp, sgemm_size_buffers, sgemm_kp_),
-    ZVA_GEMM_ROW(4, 4, 4, 2, 4, 4, 4, 126, s_blocks, sgemm_size_buffers, sgemm_)};
+    {.mr = 4, .nr = 2, .ku = 2, .stage_panels = 8, .m_min = 4, .n_min = 8, .k_min = 2,
+     .strategy_mask = row_strategies,
+     ZVA_GEMM_ROW_ROUTINES(s_blocks_kp, sgemm_size_buffers, sgemm_kp_)},
+    {.mr = 4, .nr = 4, .ku = 4, .stage_panels = 2, .m_min = 4, .n_min = 4, .k_min = 4,
+     .strategy_mask = row_strategies,
+     ZVA_GEMM_ROW_ROUTINES(s_blocks, sgemm_size_buffers, sgemm_)}};
 const gemm_kernel_record<double> d_rows[] = {
-    ZVA_GEMM_ROW(2, 2, 2, 4, 2, 8, 2, 126, d_blocks_kp, dgemm_size_buffers, dgemm_kp_),
-    ZVA_GEMM_ROW(2, 4, 4, 1, 2, 4, 4, 126, d_blocks, dgemm_size_buffers, dgemm_)};
+    {.mr = 2, .nr = 2, .ku = 2, .stage_panels = 4, .m_min = 2, .n_min = 8, .k_min = 2,
+     .strategy_mask = row_strategies,
+     ZVA_GEMM_ROW_ROUTINES(d_blocks_kp, dgemm_size_buffers, dgemm_kp_)},
+    {.mr = 2, .nr = 4, .ku = 4, .stage_panels = 1, .m_min = 2, .n_min = 4, .k_min = 4,
+     .strategy_mask = row_strategies,
+     ZVA_GEMM_ROW_ROUTINES(d_blocks, dgemm_size_buffers, dgemm_)}};
 const gemm_kernel_record<c32> c_rows[] = {
-    ZVA_GEMM_CROW(4, 2, 2, 16, 4, 8, 2, 126, c_blocks_bc, dgemm_size_buffers, cgemm_,
-                  cgemm_bc_block_multiply),
-    ZVA_GEMM_CROW(4, 2, 2, 8, 4, 8, 2, 126, c_blocks, dgemm_size_buffers, cgemm_,
-                  cgemm_block_multiply)};
+    {.mr = 4, .nr = 2, .ku = 2, .stage_panels = 16, .m_min = 4, .n_min = 8, .k_min = 2,
+     .strategy_mask = row_strategies,
+     ZVA_GEMM_CROW_ROUTINES(c_blocks_bc, dgemm_size_buffers, cgemm_, cgemm_bc_block_multiply)},
+    {.mr = 4, .nr = 2, .ku = 2, .stage_panels = 8, .m_min = 4, .n_min = 8, .k_min = 2,
+     .strategy_mask = row_strategies,
+     ZVA_GEMM_CROW_ROUTINES(c_blocks, dgemm_size_buffers, cgemm_, cgemm_block_multiply)}};
 const gemm_kernel_record<c64> z_rows[] = {
-    ZVA_GEMM_CROW(2, 2, 2, 8, 2, 8, 2, 126, z_blocks_bc, zgemm_size_buffers, zgemm_,
-                  zgemm_bc_block_multiply),
-    ZVA_GEMM_CROW(2, 2, 2, 4, 2, 8, 2, 126, z_blocks, zgemm_size_buffers, zgemm_,
-                  zgemm_block_multiply)};
+    {.mr = 2, .nr = 2, .ku = 2, .stage_panels = 8, .m_min = 2, .n_min = 8, .k_min = 2,
+     .strategy_mask = row_strategies,
+     ZVA_GEMM_CROW_ROUTINES(z_blocks_bc, zgemm_size_buffers, zgemm_, zgemm_bc_block_multiply)},
+    {.mr = 2, .nr = 2, .ku = 2, .stage_panels = 4, .m_min = 2, .n_min = 8, .k_min = 2,
+     .strategy_mask = row_strategies,
+     ZVA_GEMM_CROW_ROUTINES(z_blocks, zgemm_size_buffers, zgemm_, zgemm_block_multiply)}};
 
-ZVA_GEMM_TRAITS(2, 0x400000)
+// Bytes of one B block above which B is packed rather than read in place.
+constexpr uint32_t pack_both_above = 0x400000;
+ZVA_GEMM_TRAITS(2, pack_both_above)
 
 }  // namespace
 

@@ -38,24 +38,64 @@ void fill_stage(double* stage, int sstride, const double* b, int ldb, int k, int
     }
 }
 
-// Row 1 of A is loaded only once row 0 is done with, so that the four
-// accumulators, three operands and a product fit the eight registers.
-#define ZVA_KP_PAIR(p)                                                         \
-    {                                                                          \
-        const __m128d b0 = _mm_load_pd(bp + 4 * (p)), b1 = _mm_load_pd(bp + 4 * (p) + 2); \
-        const __m128d a0 = _mm_load_pd(ap + 4 * (p));                          \
-        acc00 = _mm_add_pd(acc00, _mm_mul_pd(a0, b0));                         \
-        acc01 = _mm_add_pd(acc01, _mm_mul_pd(a0, b1));                         \
-        const __m128d a1 = _mm_load_pd(ap + 4 * (p) + 2);                      \
-        acc10 = _mm_add_pd(acc10, _mm_mul_pd(a1, b0));                         \
-        acc11 = _mm_add_pd(acc11, _mm_mul_pd(a1, b1));                         \
-        asm volatile("" : "+x"(acc00), "+x"(acc01), "+x"(acc10), "+x"(acc11)); \
+// The 128-bit vector of each type. A vector of A holds the two steps of a
+// pair for one row (D) or for two rows (S); a vector of the stage holds the
+// same two steps of one column, twice over for S to meet both rows.
+template <class T> struct kp_vec;
+template <> struct kp_vec<double> {
+    using V = __m128d;
+    static constexpr int h = 2;  // elements per vector
+    // Both B vectors in registers, A loaded as late as possible: four
+    // accumulators, three operands and a product fit the eight registers.
+    static constexpr bool hold_b = true;
+    static V zero() { return _mm_setzero_pd(); }
+    static V load(const double* p) { return _mm_load_pd(p); }
+    static V madd(V acc, V a, V b) { return _mm_add_pd(acc, _mm_mul_pd(a, b)); }
+};
+template <> struct kp_vec<float> {
+    using V = __m128;
+    static constexpr int h = 4;
+    // B read from the stage at each use, as a memory operand of the product.
+    static constexpr bool hold_b = false;
+    static V zero() { return _mm_setzero_ps(); }
+    static V load(const float* p) { return _mm_load_ps(p); }
+    static V madd(V acc, V a, V b) { return _mm_add_ps(acc, _mm_mul_ps(a, b)); }
+};
+
+// One pair of steps of k; the second vector of A is loaded only once the
+// first is done with. The empty asm pins the four accumulators to registers
+// at every step of the unrolled run.
+#define ZVA_KP_PAIR(p)                                                                   \
+    {                                                                                    \
+        if constexpr (K::hold_b) {                                                       \
+            const V b0 = K::load(bp + 2 * h * (p)), b1 = K::load(bp + 2 * h * (p) + h);  \
+            const V a0 = K::load(ap + 2 * h * (p));                                      \
+            acc00 = K::madd(acc00, a0, b0);                                              \
+            acc01 = K::madd(acc01, a0, b1);                                              \
+            const V a1 = K::load(ap + 2 * h * (p) + h);                                  \
+            acc10 = K::madd(acc10, a1, b0);                                              \
+            acc11 = K::madd(acc11, a1, b1);                                              \
+        } else {                                                                         \
+            const V a0 = K::load(ap + 2 * h * (p));                                      \
+            acc00 = K::madd(acc00, a0, K::load(bp + 2 * h * (p)));                       \
+            acc01 = K::madd(acc01, a0, K::load(bp + 2 * h * (p) + h));                   \
+            const V a1 = K::load(ap + 2 * h * (p) + h);                                  \
+            acc10 = K::madd(acc10, a1, K::load(bp + 2 * h * (p)));                       \
+            acc11 = K::madd(acc11, a1, K::load(bp + 2 * h * (p) + h));                   \
+        }                                                                                \
+        asm volatile("" : "+x"(acc00), "+x"(acc01), "+x"(acc10), "+x"(acc11));           \
     }
 
-// Two rows against a full pair of columns; pairs = k'/2.
-inline void tile2x2(const double* ap, const double* bp, int pairs, __m128d* out) {
-    __m128d acc00 = _mm_setzero_pd(), acc01 = _mm_setzero_pd();
-    __m128d acc10 = _mm_setzero_pd(), acc11 = _mm_setzero_pd();
+// A panel of A against a full pair of columns of the stage; pairs = k'/2.
+// out holds (first vector of A, column 0), (first, column 1), (second,
+// column 0), (second, column 1).
+template <class T>
+inline void tile_pair(const T* ap, const T* bp, int pairs, typename kp_vec<T>::V* out) {
+    using K = kp_vec<T>;
+    using V = typename K::V;
+    constexpr int h = K::h;
+    V acc00 = K::zero(), acc01 = K::zero();
+    V acc10 = K::zero(), acc11 = K::zero();
     if (pairs >= 128) {
         // The whole block of 256 steps as one straight run.
 #pragma GCC unroll 128
@@ -72,13 +112,17 @@ inline void tile2x2(const double* ap, const double* bp, int pairs, __m128d* out)
 }
 #undef ZVA_KP_PAIR
 
-// Two rows against a lone column.
-inline void tile2x1(const double* ap, const double* bp, int pairs, __m128d* out) {
-    __m128d acc0 = _mm_setzero_pd(), acc1 = _mm_setzero_pd();
+// A panel of A against a lone column; out[0] and out[2] as above.
+template <class T>
+inline void tile_lone(const T* ap, const T* bp, int pairs, typename kp_vec<T>::V* out) {
+    using K = kp_vec<T>;
+    using V = typename K::V;
+    constexpr int h = K::h;
+    V acc0 = K::zero(), acc1 = K::zero();
     for (int p = 0; p < pairs; ++p) {
-        const __m128d b0 = _mm_load_pd(bp + 2 * p);
-        acc0 = _mm_add_pd(acc0, _mm_mul_pd(_mm_load_pd(ap + 4 * p), b0));
-        acc1 = _mm_add_pd(acc1, _mm_mul_pd(_mm_load_pd(ap + 4 * p + 2), b0));
+        const V b0 = K::load(bp + h * p);
+        acc0 = K::madd(acc0, K::load(ap + 2 * h * p), b0);
+        acc1 = K::madd(acc1, K::load(ap + 2 * h * p + h), b0);
     }
     out[0] = acc0, out[2] = acc1;
 }
@@ -105,13 +149,13 @@ void block_multiply(Ch, Ch transb, I pm, I pn, I pk, const double*, const double
                 __m128d acc[4];
                 double* ct = c + i + (long)(j + q) * ldc;
                 if (q + 1 < cols) {
-                    tile2x2(ap, stage + (long)(q / nr) * sstride, pairs, acc);
+                    tile_pair(ap, stage + (long)(q / nr) * sstride, pairs, acc);
                     add_joined(ct, acc[0]);
                     add_joined(ct + 1, acc[2]);
                     add_joined(ct + ldc, acc[1]);
                     add_joined(ct + ldc + 1, acc[3]);
                 } else {
-                    tile2x1(ap, stage + (long)(q / nr) * sstride, pairs, acc);
+                    tile_lone(ap, stage + (long)(q / nr) * sstride, pairs, acc);
                     add_joined(ct, acc[0]);
                     add_joined(ct + 1, acc[2]);
                 }
@@ -166,47 +210,6 @@ void fill_stage_s(float* stage, const float* b, int ldb, int k, int cols, bool p
     }
 }
 
-#define ZVA_KPS_PAIR(p)                                                        \
-    {                                                                          \
-        const __m128 a01 = _mm_load_ps(ap + 8 * (p));                          \
-        acc00 = _mm_add_ps(acc00, _mm_mul_ps(a01, _mm_load_ps(sp + 8 * (p))));     \
-        acc01 = _mm_add_ps(acc01, _mm_mul_ps(a01, _mm_load_ps(sp + 8 * (p) + 4))); \
-        const __m128 a23 = _mm_load_ps(ap + 8 * (p) + 4);                      \
-        acc10 = _mm_add_ps(acc10, _mm_mul_ps(a23, _mm_load_ps(sp + 8 * (p))));     \
-        acc11 = _mm_add_ps(acc11, _mm_mul_ps(a23, _mm_load_ps(sp + 8 * (p) + 4))); \
-        asm volatile("" : "+x"(acc00), "+x"(acc01), "+x"(acc10), "+x"(acc11)); \
-    }
-
-// Four rows against a full pair of columns: rows (0, 1) and (2, 3) times
-// columns 0 and 1, lanes (row, even), (row, odd).
-inline void tile4x2(const float* ap, const float* sp, int pairs, __m128* out) {
-    __m128 acc00 = _mm_setzero_ps(), acc01 = _mm_setzero_ps();
-    __m128 acc10 = _mm_setzero_ps(), acc11 = _mm_setzero_ps();
-    if (pairs >= 128) {
-#pragma GCC unroll 128
-        for (int p = 0; p < 128; ++p) ZVA_KPS_PAIR(p)
-    } else {
-        int p = 0;
-        for (; p + 16 <= pairs; p += 16) {
-#pragma GCC unroll 16
-            for (int q = 0; q < 16; ++q) ZVA_KPS_PAIR(p + q)
-        }
-        for (; p < pairs; ++p) ZVA_KPS_PAIR(p)
-    }
-    out[0] = acc00, out[1] = acc01, out[2] = acc10, out[3] = acc11;
-}
-#undef ZVA_KPS_PAIR
-
-inline void tile4x1(const float* ap, const float* sp, int pairs, __m128* out) {
-    __m128 acc0 = _mm_setzero_ps(), acc1 = _mm_setzero_ps();
-    for (int p = 0; p < pairs; ++p) {
-        const __m128 b0 = _mm_load_ps(sp + 4 * p);
-        acc0 = _mm_add_ps(acc0, _mm_mul_ps(_mm_load_ps(ap + 8 * p), b0));
-        acc1 = _mm_add_ps(acc1, _mm_mul_ps(_mm_load_ps(ap + 8 * p + 4), b0));
-    }
-    out[0] = acc0, out[2] = acc1;
-}
-
 // Even lane + odd lane of each row, added to one column of four rows.
 inline void add_joined4(float* c, __m128 rows01, __m128 rows23) {
     const __m128 h = _mm_hadd_ps(rows01, rows23);  // (r0 r1 r2 r3)
@@ -230,11 +233,11 @@ void block_multiply_s(Ch transb, I pm, I pn, I pk, const float* a, I plda, const
                 float* ct = c + i + (long)(j + q) * ldc;
                 const float* sp = stage + (long)(q / nr) * sstride;
                 if (q + 1 < cols) {
-                    tile4x2(ap, sp, pairs, acc);
+                    tile_pair(ap, sp, pairs, acc);
                     add_joined4(ct, acc[0], acc[2]);
                     add_joined4(ct + ldc, acc[1], acc[3]);
                 } else {
-                    tile4x1(ap, sp, pairs, acc);
+                    tile_lone(ap, sp, pairs, acc);
                     add_joined4(ct, acc[0], acc[2]);
                 }
             }
