@@ -55,9 +55,7 @@ template <class C> C cform(form f, C a, C x, C y) {
     }
 }
 
-template <class T> constexpr bool is_complex = sizeof(T) == 2 * sizeof(decltype(T{}.re));
-template <> constexpr bool is_complex<float> = false;
-template <> constexpr bool is_complex<double> = false;
+template <class T> constexpr bool is_complex = elem<T>::cplx;
 
 // Forms a branch may use for one element.  The unit-stride path, where
 // vector code meets scalar ends, is taken for incx = incy = 1, and on branch
@@ -99,19 +97,10 @@ double next_value() {
     return ((double)(rng >> 8) / (1 << 24) - 0.5) * ldexp(1.0, (int)(rng % 7) - 3);
 }
 template <class T> T value() {
-    if constexpr (is_complex<T>) return {(decltype(T{}.re))next_value(), (decltype(T{}.re))next_value()};
-    else return (T)next_value();
-}
-template <class T> T make(double re, double im) {
-    if constexpr (is_complex<T>) return {(decltype(T{}.re))re, (decltype(T{}.re))im};
-    else return (T)re;
+    const double re = next_value();
+    return make<T>(re, is_complex<T> ? next_value() : 0);
 }
 
-template <class T> const char* name();
-template <> const char* name<float>() { return "_SAXPY@24"; }
-template <> const char* name<double>() { return "_DAXPY@24"; }
-template <> const char* name<cfloat>() { return "_CAXPY@24"; }
-template <> const char* name<cdouble>() { return "_ZAXPY@24"; }
 
 constexpr int guard = 8;
 
@@ -133,7 +122,7 @@ template <class T> void check(int n, T alpha, int incx, int incy, int xo, int yo
     T* x = xg + guard;
     T* y = yg + guard;
 
-    zva_fn<typename axpy_api<T>::fn>(name<T>())(&n, &alpha, x, &incx, y, &incy);
+    zva_export<typename axpy_api<T>::fn>(routine<T>("AXPY").c_str())(&n, &alpha, x, &incx, y, &incy);
 
     for (int i = 0; i < lx + 2 * guard; ++i)
         ASSERT_TRUE(same_el(xg[i], x0[i])) << "x changed at " << i;
@@ -158,7 +147,7 @@ template <class T> void check(int n, T alpha, int incx, int incy, int xo, int yo
     for (int i = 0; i < ly + 2 * guard; ++i) {
         bool ok = false;
         for (auto& w : wants) ok = ok || same_el(yg[i], w[i]);
-        ASSERT_TRUE(ok) << name<T>() << " n=" << n << " incx=" << incx << " incy=" << incy
+        ASSERT_TRUE(ok) << routine<T>("AXPY") << " n=" << n << " incx=" << incx << " incy=" << incy
                         << " xo=" << xo << " yo=" << yo << " element " << i - guard;
     }
 }
@@ -206,7 +195,7 @@ TEST(Axpy, NegativeUnitStridesPairLikePositive) {
     int n = 37, one = 1, minus = -1;
     double a = 0.7, x[37], y1[37], y2[37];
     for (int i = 0; i < n; ++i) x[i] = next_value(), y1[i] = y2[i] = next_value();
-    auto f = zva_fn<axpy_api<double>::fn>("_DAXPY@24");
+    auto f = zva_export<axpy_api<double>::fn>("DAXPY");
     f(&n, &a, x, &one, y1, &one);
     f(&n, &a, x, &minus, y2, &minus);
     EXPECT_EQ(0, memcmp(y1, y2, sizeof y1));

@@ -17,15 +17,12 @@ using dgemm_fn = void(ZVA_STDCALL*)(const char*, int, const char*, int, const in
                                     const double*, const int*, const double*, double*,
                                     const int*);
 dgemm_fn dgemm() {
-    static dgemm_fn f = zva_fn<dgemm_fn>("_DGEMM@60");
+    static dgemm_fn f = zva_export<dgemm_fn>("DGEMM");
     return f;
 }
 
-uint32_t rng = 12345;
-double next_value() {
-    rng = rng * 1664525u + 1013904223u;
-    return (double)(rng >> 8) / (1 << 24) - 0.5;
-}
+lcg rng{12345};
+double next_value() { return rng.next(); }
 
 bool notrans(char t) { return t == 'N' || t == 'n'; }
 
@@ -417,9 +414,10 @@ TEST(DgemmNoMemory, FallsBackToThePlainMultiply) {
     testing::internal::CaptureStdout();
     q.run();
     const std::string out2 = testing::internal::GetCapturedStdout();
-    if (b >= 4 && b <= 6)
+    if (b >= 4 && b <= 6) {
         EXPECT_NE(out2.find("Not enough work memory in function gemm\n"), std::string::npos)
             << out2;
+    }
     q.expect_near_reference();
     omp_set_num_threads(1);
 }

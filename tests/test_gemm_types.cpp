@@ -20,7 +20,7 @@ template <class T> struct kind;
 template <> struct kind<float> {
     using R = float;
     static constexpr bool cplx = false;
-    static constexpr const char* name = "_SGEMM@60";
+    static constexpr const char* name = "SGEMM";
     static constexpr long double eps = 6e-8L;
     static cld ld(float x) { return cld(x, 0); }
     static float make(double re, double) { return (float)re; }
@@ -28,7 +28,7 @@ template <> struct kind<float> {
 template <> struct kind<cfloat> {
     using R = float;
     static constexpr bool cplx = true;
-    static constexpr const char* name = "_CGEMM@60";
+    static constexpr const char* name = "CGEMM";
     static constexpr long double eps = 6e-8L;
     static cld ld(cfloat x) { return cld(x.re, x.im); }
     static cfloat make(double re, double im) { return {(float)re, (float)im}; }
@@ -36,7 +36,7 @@ template <> struct kind<cfloat> {
 template <> struct kind<cdouble> {
     using R = double;
     static constexpr bool cplx = true;
-    static constexpr const char* name = "_ZGEMM@60";
+    static constexpr const char* name = "ZGEMM";
     static constexpr long double eps = 1.2e-16L;
     static cld ld(cdouble x) { return cld(x.re, x.im); }
     static cdouble make(double re, double im) { return {re, im}; }
@@ -47,11 +47,8 @@ using gemm_fn = void(ZVA_STDCALL*)(const char*, int, const char*, int, const int
                                    const int*, const T*, const T*, const int*, const T*,
                                    const int*, const T*, T*, const int*);
 
-uint32_t rng = 2024;
-double next_value() {
-    rng = rng * 1664525u + 1013904223u;
-    return (double)(rng >> 8) / (1 << 24) - 0.5;
-}
+lcg rng{2024};
+double next_value() { return rng.next(); }
 
 bool notrans(char t) { return t == 'N' || t == 'n'; }
 bool conjugated(char t) { return t == 'C' || t == 'c'; }
@@ -98,7 +95,7 @@ template <class T> struct problem {
     cld C0(int i, int j) const { return K::ld(c0[8 + i + (long)j * ldc]); }
     T got(int i, int j) const { return c[i + (long)j * ldc]; }
     void run(const T* pa = nullptr, const T* pb = nullptr) {
-        static gemm_fn<T> f = zva_fn<gemm_fn<T>>(K::name);
+        static gemm_fn<T> f = zva_export<gemm_fn<T>>(K::name);
         f(&ta, 1, &tb, 1, &m, &n, &k, &alpha, pa ? pa : a, &lda, pb ? pb : b, &ldb, &beta, c,
           &ldc);
     }

@@ -12,61 +12,21 @@
 
 namespace {
 
-template <class T> struct traits;
-template <> struct traits<float> {
-    using R = float;
-    static constexpr const char* name = "_SGEMV@48";
-    static constexpr bool complex = false;
-};
-template <> struct traits<double> {
-    using R = double;
-    static constexpr const char* name = "_DGEMV@48";
-    static constexpr bool complex = false;
-};
-template <> struct traits<cfloat> {
-    using R = float;
-    static constexpr const char* name = "_CGEMV@48";
-    static constexpr bool complex = true;
-};
-template <> struct traits<cdouble> {
-    using R = double;
-    static constexpr const char* name = "_ZGEMV@48";
-    static constexpr bool complex = true;
-};
-
 template <class T> using gemv_fn = void(ZVA_STDCALL*)(const char*, int, const int*, const int*,
                                                       const T*, const T*, const int*, const T*,
                                                       const int*, const T*, T*, const int*);
 
-struct lc { long double re, im; };
-template <class T> lc to_lc(T v) {
-    if constexpr (traits<T>::complex) return {v.re, v.im};
-    else return {v, 0};
-}
-template <class T> T from(double re, double im) {
-    if constexpr (traits<T>::complex) return {(typename traits<T>::R)re, (typename traits<T>::R)im};
-    else return (T)re;
-}
-lc mul(lc a, lc b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
-long double mag(lc a) { return fabsl(a.re) + fabsl(a.im); }
-
-uint32_t rng = 777;
-double next_value() {
-    rng = rng * 1664525u + 1013904223u;
-    return (double)(rng >> 8) / (1 << 24) - 0.5;
-}
-template <class T> T value() { return from<T>(next_value(), next_value()); }
-
-template <class T> bool same_bits(const T& a, const T& b) { return memcmp(&a, &b, sizeof(T)) == 0; }
+lcg rng{777};
+template <class T> T value() { return rng.value<T>(); }
 
 // One call; A, x and y sit `off` bytes past a 64-byte boundary.
 template <class T>
 void check(const char* trans, int m, int n, T alpha, T beta, int incx, int incy, int lda_extra,
            int off, bool nan_y = false) {
-    using R = typename traits<T>::R;
+    using R = typename elem<T>::R;
     int lda = (m > 1 ? m : 1) + lda_extra;
     bool notrans = trans[0] == 'N' || trans[0] == 'n';
-    bool conj = traits<T>::complex && !notrans && trans[0] != 'T' && trans[0] != 't';
+    bool conj = elem<T>::cplx && !notrans && trans[0] != 'T' && trans[0] != 't';
     int lenx = notrans ? n : m, leny = notrans ? m : n;
     int sx = lenx ? 1 + (lenx - 1) * abs(incx) : 0, sy = leny ? 1 + (leny - 1) * abs(incy) : 0;
     const int guard = 5;
@@ -82,13 +42,13 @@ void check(const char* trans, int m, int n, T alpha, T beta, int incx, int incy,
     for (int i = 0; i < sx + 2 * guard; ++i) xg[i] = value<T>();
     for (int i = 0; i < sy + 2 * guard; ++i) yg[i] = value<T>();
     if (nan_y)
-        for (int i = 0; i < sy; ++i) yg[guard + i] = from<T>(NAN, NAN);
+        for (int i = 0; i < sy; ++i) yg[guard + i] = make<T>(NAN, NAN);
     std::vector<T> a0(a, a + (size_t)lda * (n ? n : 1)), x0(xg, xg + sx + 2 * guard),
         y0(yg, yg + sy + 2 * guard);
     T* x = xg + guard;
     T* y = yg + guard;
 
-    zva_fn<gemv_fn<T>>(traits<T>::name)(trans, 1, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy);
+    zva_export<gemv_fn<T>>(routine<T>("GEMV").c_str())(trans, 1, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy);
 
     ASSERT_EQ(0, memcmp(a, a0.data(), a0.size() * sizeof(T))) << "A changed";
     ASSERT_EQ(0, memcmp(xg, x0.data(), x0.size() * sizeof(T))) << "x changed";
@@ -125,7 +85,7 @@ void check(const char* trans, int m, int n, T alpha, T beta, int incx, int incy,
                 continue;
             }
             ASSERT_LE(fabsl(got.re - want.re) + fabsl(got.im - want.im), tol)
-                << traits<T>::name << " " << trans << " m=" << m << " n=" << n << " incx=" << incx
+                << routine<T>("GEMV") << " " << trans << " m=" << m << " n=" << n << " incx=" << incx
                 << " incy=" << incy << " off=" << off << " element " << i;
         }
     }
@@ -141,8 +101,8 @@ const int incs[][2] = {{1, 1}, {-1, 2}, {3, -2}};
 
 template <class T> void sweep() {
     const char* letters[] = {"N", "T", "C", "n", "t", "c"};
-    T alphas[] = {from<T>(1, 0), from<T>(-0.75, 0.5)};
-    T betas[] = {from<T>(0.5, -0.25), from<T>(0, 0), from<T>(1, 0)};
+    T alphas[] = {make<T>(1, 0), make<T>(-0.75, 0.5)};
+    T betas[] = {make<T>(0.5, -0.25), make<T>(0, 0), make<T>(1, 0)};
     for (const char* tr : letters)
         for (int m : dims)
             for (int n : dims)
@@ -157,7 +117,7 @@ template <class T> void sweep() {
         for (int m : {31, 64, 100})
             for (int n : {3, 33, 67})
                 for (int off : {0, 4, 8, 12})
-                    check<T>(tr, m, n, from<T>(0.5, 1), from<T>(2, 0), 1, 1, 1 + off / 4, off);
+                    check<T>(tr, m, n, make<T>(0.5, 1), make<T>(2, 0), 1, 1, 1 + off / 4, off);
 }
 
 }  // namespace
@@ -170,7 +130,7 @@ TEST(Gemv, DoubleComplex) { sweep<cdouble>(); }
 // alpha = 0 and beta = 0 write zeros without reading A, x or y; beta = 0
 // drops NaN from y; m or n of 0 leaves y alone even with beta != 1.
 TEST(Gemv, ScalingEdges) {
-    auto f = zva_fn<gemv_fn<double>>("_DGEMV@48");
+    auto f = zva_export<gemv_fn<double>>("DGEMV");
     int m = 20, n = 7, lda = 20, one = 1, zero_n = 0;
     std::vector<double> a(140, NAN), x(20, NAN), y(20, NAN);
     double zero = 0, two = 2, onev = 1;
@@ -194,7 +154,7 @@ TEST(Gemv, ScalingEdges) {
     f("N", 1, &m, &n, &nan, a1.data(), &lda, x1.data(), &one, &onev, y.data(), &one);
     for (double v : y) EXPECT_TRUE(isnan(v));
     for (int off : {0, 1}) check<float>("N", 40, 300, 1.0f, 0.0f, 1, 1, 0, 4 * off, true);
-    check<cdouble>("C", 13, 9, from<cdouble>(1, 1), from<cdouble>(0, 0), -1, 1, 2, 0, true);
+    check<cdouble>("C", 13, 9, make<cdouble>(1, 1), make<cdouble>(0, 0), -1, 1, 2, 0, true);
 }
 
 // Run with ZVA_DYNAMIC=FALSE: the OpenMP count then goes unchanged to the
@@ -206,8 +166,8 @@ TEST(GemvThreads, SlicesAgreeWithTheReference) {
             for (auto& inc : incs) {
                 check<double>(tr, 300, 257, 0.5, -1.5, inc[0], inc[1], 1, 0);
                 check<float>(tr, 517, 300, 2.0f, 0.0f, inc[0], inc[1], 0, 4);
-                check<cfloat>(tr, 301, 260, from<cfloat>(1, -1), from<cfloat>(0.5, 0), inc[0], inc[1], 3, 0);
-                check<cdouble>(tr, 200, 190, from<cdouble>(0, 1), from<cdouble>(1, 0), inc[0], inc[1], 0, 8);
+                check<cfloat>(tr, 301, 260, make<cfloat>(1, -1), make<cfloat>(0.5, 0), inc[0], inc[1], 3, 0);
+                check<cdouble>(tr, 200, 190, make<cdouble>(0, 1), make<cdouble>(1, 0), inc[0], inc[1], 0, 8);
             }
     }
 }
