@@ -11,20 +11,12 @@
 
 #include "frame/check.h"
 #include "frame/memory.h"
+#include "frame/scalar.h"
 #include "gemm/kernels.h"
 #include "level2/drivers.h"
 
 namespace zva::gemm_bstage {
 namespace {
-
-template <class T> inline bool is_one(const T& x) {
-    if constexpr (requires { x.re; }) return x.re == 1 && x.im == 0;
-    else return x == 1;
-}
-template <class T> inline bool is_zero(const T& x) {
-    if constexpr (requires { x.re; }) return x.re == 0 && x.im == 0;
-    else return x == 0;
-}
 
 template <class T> struct plain {
     sig_gemm_serial<T>* direct;

@@ -9,19 +9,12 @@
 #include "frame/check.h"
 #include "frame/cpu.h"
 #include "frame/memory.h"
+#include "frame/scalar.h"
 #include "frame/threads.h"
 
 namespace zva {
 namespace {
 
-template <class T> bool is_one(const T& x) {
-    if constexpr (sizeof(T) == sizeof(R_<T>)) return x == T(1);
-    else return x.re == 1 && x.im == 0;
-}
-template <class T> bool is_zero(const T& x) {
-    if constexpr (sizeof(T) == sizeof(R_<T>)) return x == T(0);
-    else return x.re == 0 && x.im == 0;
-}
 template <class T> constexpr T one_of() {
     if constexpr (sizeof(T) == sizeof(R_<T>)) return T(1);
     else return T{1, 0};
@@ -131,7 +124,7 @@ bool threads_pay(int m, int n, int k, int t) {
 }
 
 // Codes whose engines want C scaled once before the region.
-bool scales_first(int code) { return code != 0 && code != 1; }
+bool scales_first(int code) { return code != gt_slices && code != gt_ssse3; }
 
 // C := beta*C by a team, in row or column slices.
 template <class T> void scale_region(int m, int n, const T* beta, T* c, int ldc, int t) {
@@ -271,12 +264,12 @@ void gemm_partition(int m, int n, int k, gemm_context* ctx, gemm_work<T>* w) {
     constexpr bool single = sizeof(T) == 4, cplx = sizeof(T) != sizeof(R_<T>);
     const int code = w->code;
     const long long e = sizeof(T);
-    if (cplx || !w->use_driver || code == 0 || code == 8 || code == 1) {
+    if (cplx || !w->use_driver || code == gt_slices || code == gt_other_avx || code == gt_ssse3) {
         w->tile = m > n ? tile_rows<T> : tile_cols<T>;
-        if (!cplx && w->use_driver && code == 1) w->strategy = gemm_pack_a_stream_b;
-    } else if (code == 3 || code == 5) {
-        const int S = code == 3 ? gemm_pack_a_stream_b : gemm_pack_both;
-        const int Lk = code == 3 ? gemm_given_a_stream_b : gemm_given_a_pack_b;
+        if (!cplx && w->use_driver && code == gt_ssse3) w->strategy = gemm_pack_a_stream_b;
+    } else if (code == gt_sse42 || code == gt_avx) {
+        const int S = code == gt_sse42 ? gemm_pack_a_stream_b : gemm_pack_both;
+        const int Lk = code == gt_sse42 ? gemm_given_a_stream_b : gemm_given_a_pack_b;
         const int T_ = w->nthr & ~1;
         w->nthr = T_;
         const bool cols = single ? m < n || (m == n && n == k && k < 800) || (m == n && k < 100) ||
@@ -301,8 +294,9 @@ void gemm_partition(int m, int n, int k, gemm_context* ctx, gemm_work<T>* w) {
             w->grid_m = T_, w->grid_n = 1, w->n_a = T_, w->strategy = Lk;
             w->tile = tile_share_a<T>;
         }
-    } else if (code == 2 || code == 4) {
-        const int M = single ? (code == 4 ? 896 : 1024) : (code == 4 ? 448 : 512);
+    } else if (code == gt_sse41_big_l2 || code == gt_sse41_small_l2) {
+        const int M = single ? (code == gt_sse41_small_l2 ? 896 : 1024)
+                            : (code == gt_sse41_small_l2 ? 448 : 512);
         const int T_ = w->nthr & ~1;
         w->nthr = T_;
         if (m > n) {
@@ -333,13 +327,13 @@ void gemm_partition(int m, int n, int k, gemm_context* ctx, gemm_work<T>* w) {
 
 int gemm_thread_code() {
     switch (cpu_microarch()) {
-    case ma_sse41: return cpu_cache_size(2) > 0x300000 ? 2 : 4;
-    case ma_ssse3: return 1;
+    case ma_sse41: return cpu_cache_size(2) > 0x300000 ? gt_sse41_big_l2 : gt_sse41_small_l2;
+    case ma_ssse3: return gt_ssse3;
     case ma_sse42:
-    case ma_sse42_aes: return 3;
-    case ma_avx: return 5;
-    case ma_none: return cpu_other_vendor_avx() ? 8 : 0;
-    default: return 0;
+    case ma_sse42_aes: return gt_sse42;
+    case ma_avx: return gt_avx;
+    case ma_none: return cpu_other_vendor_avx() ? gt_other_avx : gt_slices;
+    default: return gt_slices;
     }
 }
 

@@ -50,6 +50,15 @@ template <class T> struct gemm_work {
 };
 
 // Thread code from the micro-architecture: which cut suits the branch.
+enum gemm_thread_codes : int {
+    gt_slices = 0,          // branches 7, 3, 2: slices with an engine each
+    gt_ssse3 = 1,           // branch 4 without SSE4.1: slices, A packed, B read in place
+    gt_sse41_big_l2 = 2,    // branch 4 with SSE4.1, second-level cache above 3 MiB
+    gt_sse42 = 3,           // branch 5: lock-step forms with shared packed areas
+    gt_sse41_small_l2 = 4,  // branch 4 with SSE4.1, smaller second-level cache
+    gt_avx = 5,             // branch 6
+    gt_other_avx = 8,       // branch 5 on an AVX processor of another vendor
+};
 int gemm_thread_code();
 
 template <class T>
