@@ -23,211 +23,211 @@ using zva::c64;
 // Signatures and names come in parentheses because some hold commas.
 #define ZVA_SAME(X, N, B, R, S, K, D) X(N, B, R, S, S, K, D)
 
-#define ZVA_ROUTINES(X)                                                        \
-    /* level 1 */                                                              \
-    ZVA_SAME(X, SAXPY, 24, DRV, (zva::sig_axpy<float>), (axpy<float>), (axpy_driver<float>)) \
-    ZVA_SAME(X, DAXPY, 24, DRV, (zva::sig_axpy<double>), (axpy<double>), (axpy_driver<double>)) \
-    ZVA_SAME(X, CAXPY, 24, DRV, (zva::sig_axpy<c32>), (axpy<c32>), (axpy_driver<c32>)) \
-    ZVA_SAME(X, ZAXPY, 24, DRV, (zva::sig_axpy<c64>), (axpy<c64>), (axpy_driver<c64>)) \
-    ZVA_SAME(X, SCOPY, 20, DRV, (zva::sig_copy<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DCOPY, 20, DRV, (zva::sig_copy<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, CCOPY, 20, DRV, (zva::sig_copy<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZCOPY, 20, DRV, (zva::sig_copy<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, SSWAP, 20, DRV, (zva::sig_swap<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DSWAP, 20, DRV, (zva::sig_swap<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, CSWAP, 20, DRV, (zva::sig_swap<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZSWAP, 20, DRV, (zva::sig_swap<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, SDOT, 20, DRV, (zva::sig_dot<float>), (not_built), (not_built))          \
-    ZVA_SAME(X, DDOT, 20, DRV, (zva::sig_dot<double>), (not_built), (not_built))         \
-    ZVA_SAME(X, CDOTC, 24, DRV, (zva::sig_cdot<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZDOTC, 24, DSP, (zva::sig_cdot<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, CDOTU, 24, DSP, (zva::sig_cdot<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZDOTU, 24, DSP, (zva::sig_cdot<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, SDSDOT, 24, DSP, (zva::sig_sdsdot), (not_built), (not_built))            \
-    ZVA_SAME(X, DSDOT, 20, DSP, (zva::sig_dsdot), (not_built), (not_built))              \
-    ZVA_SAME(X, SSCAL, 16, DSP, (zva::sig_scal<float, float>), (not_built), (not_built)) \
-    ZVA_SAME(X, DSCAL, 16, DSP, (zva::sig_scal<double, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, CSCAL, 16, DSP, (zva::sig_scal<c32, c32>), (not_built), (not_built))     \
-    ZVA_SAME(X, ZSCAL, 16, DSP, (zva::sig_scal<c64, c64>), (not_built), (not_built))     \
-    ZVA_SAME(X, CSSCAL, 16, DSP, (zva::sig_scal<c32, float>), (not_built), (not_built))  \
-    ZVA_SAME(X, ZDSCAL, 16, DSP, (zva::sig_scal<c64, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, SASUM, 12, DSP, (zva::sig_asum<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DASUM, 12, DSP, (zva::sig_asum<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, SCASUM, 12, DSP, (zva::sig_asum<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, DZASUM, 12, DSP, (zva::sig_asum<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, SNRM2, 12, DSP, (zva::sig_asum<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DNRM2, 12, DSP, (zva::sig_asum<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, SCNRM2, 12, DSP, (zva::sig_asum<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, DZNRM2, 12, DSP, (zva::sig_asum<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, ISAMAX, 12, DSP, (zva::sig_iamax<float>), (not_built), (not_built))      \
-    ZVA_SAME(X, IDAMAX, 12, DSP, (zva::sig_iamax<double>), (not_built), (not_built))     \
-    ZVA_SAME(X, ICAMAX, 12, DSP, (zva::sig_iamax<c32>), (not_built), (not_built))        \
-    ZVA_SAME(X, IZAMAX, 12, DSP, (zva::sig_iamax<c64>), (not_built), (not_built))        \
-    ZVA_SAME(X, ISAMIN, 12, DSP, (zva::sig_iamax<float>), (not_built), (not_built))      \
-    ZVA_SAME(X, IDAMIN, 12, DSP, (zva::sig_iamax<double>), (not_built), (not_built))     \
-    ZVA_SAME(X, ICAMIN, 12, DSP, (zva::sig_iamax<c32>), (not_built), (not_built))        \
-    ZVA_SAME(X, IZAMIN, 12, DSP, (zva::sig_iamax<c64>), (not_built), (not_built))        \
-    ZVA_SAME(X, SROT, 28, DRV, (zva::sig_rot<float, float>), (not_built), (not_built))   \
-    ZVA_SAME(X, DROT, 28, DRV, (zva::sig_rot<double, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, CSROT, 28, DSP, (zva::sig_rot<c32, float>), (not_built), (not_built))    \
-    ZVA_SAME(X, ZDROT, 28, DSP, (zva::sig_rot<c64, double>), (not_built), (not_built))   \
-    ZVA_SAME(X, SROTG, 16, DSP, (zva::sig_rotg<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DROTG, 16, DSP, (zva::sig_rotg<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, CROTG, 16, DSP, (zva::sig_rotg<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZROTG, 16, DSP, (zva::sig_rotg<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, SROTM, 24, DSP, (zva::sig_rotm<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DROTM, 24, DSP, (zva::sig_rotm<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, SROTMG, 20, DSP, (zva::sig_rotmg<float>), (not_built), (not_built))      \
-    ZVA_SAME(X, DROTMG, 20, DSP, (zva::sig_rotmg<double>), (not_built), (not_built))     \
-    /* sparse level 1 */                                                       \
-    ZVA_SAME(X, SAXPYI, 20, DSP, (zva::sig_axpyi<float>), (not_built), (not_built))      \
-    ZVA_SAME(X, DAXPYI, 20, DSP, (zva::sig_axpyi<double>), (not_built), (not_built))     \
-    ZVA_SAME(X, CAXPYI, 20, DSP, (zva::sig_axpyi<c32>), (not_built), (not_built))        \
-    ZVA_SAME(X, ZAXPYI, 20, DSP, (zva::sig_axpyi<c64>), (not_built), (not_built))        \
-    ZVA_SAME(X, SDOTI, 16, DSP, (zva::sig_doti<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DDOTI, 16, DSP, (zva::sig_doti<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, CDOTCI, 20, DSP, (zva::sig_cdoti<c32>), (not_built), (not_built))        \
-    ZVA_SAME(X, ZDOTCI, 20, DSP, (zva::sig_cdoti<c64>), (not_built), (not_built))        \
-    ZVA_SAME(X, CDOTUI, 20, DSP, (zva::sig_cdoti<c32>), (not_built), (not_built))        \
-    ZVA_SAME(X, ZDOTUI, 20, DSP, (zva::sig_cdoti<c64>), (not_built), (not_built))        \
-    ZVA_SAME(X, SGTHR, 16, DSP, (zva::sig_gthr<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DGTHR, 16, DSP, (zva::sig_gthr<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, CGTHR, 16, DSP, (zva::sig_gthr<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZGTHR, 16, DSP, (zva::sig_gthr<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, SGTHRZ, 16, DSP, (zva::sig_gthrz<float>), (not_built), (not_built))      \
-    ZVA_SAME(X, DGTHRZ, 16, DSP, (zva::sig_gthrz<double>), (not_built), (not_built))     \
-    ZVA_SAME(X, CGTHRZ, 16, DSP, (zva::sig_gthrz<c32>), (not_built), (not_built))        \
-    ZVA_SAME(X, ZGTHRZ, 16, DSP, (zva::sig_gthrz<c64>), (not_built), (not_built))        \
-    ZVA_SAME(X, SSCTR, 16, DSP, (zva::sig_sctr<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DSCTR, 16, DSP, (zva::sig_sctr<double>), (not_built), (not_built))       \
-    ZVA_SAME(X, CSCTR, 16, DSP, (zva::sig_sctr<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZSCTR, 16, DSP, (zva::sig_sctr<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, SROTI, 24, DSP, (zva::sig_roti<float>), (not_built), (not_built))        \
-    ZVA_SAME(X, DROTI, 24, DSP, (zva::sig_roti<double>), (not_built), (not_built))       \
-    /* level 2 */                                                              \
-    X(SGEMV, 48, CDRV, (zva::sig_gemv<float>), (zva::sig_gemv_k<float>), (gemv<float>), (gemv_driver<float>)) \
-    X(DGEMV, 48, CDRV, (zva::sig_gemv<double>), (zva::sig_gemv_k<double>), (gemv<double>), (gemv_driver<double>)) \
-    X(CGEMV, 48, CDRV, (zva::sig_gemv<c32>), (zva::sig_gemv_k<c32>), (gemv<c32>), (gemv_driver<c32>)) \
-    X(ZGEMV, 48, CDRV, (zva::sig_gemv<c64>), (zva::sig_gemv_k<c64>), (gemv<c64>), (gemv_driver<c64>)) \
-    ZVA_SAME(X, SGBMV, 56, CDSP, (zva::sig_gbmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DGBMV, 56, CDSP, (zva::sig_gbmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CGBMV, 56, CDSP, (zva::sig_gbmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZGBMV, 56, CDSP, (zva::sig_gbmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, SSYMV, 44, CDRV, (zva::sig_symv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DSYMV, 44, CDRV, (zva::sig_symv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CHEMV, 44, CDSP, (zva::sig_symv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZHEMV, 44, CDSP, (zva::sig_symv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, SSBMV, 48, CDSP, (zva::sig_sbmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DSBMV, 48, CDSP, (zva::sig_sbmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CHBMV, 48, CDSP, (zva::sig_sbmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZHBMV, 48, CDSP, (zva::sig_sbmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, SSPMV, 40, CDSP, (zva::sig_spmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DSPMV, 40, CDSP, (zva::sig_spmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CHPMV, 40, CDSP, (zva::sig_spmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZHPMV, 40, CDSP, (zva::sig_spmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, STRMV, 44, CDRV, (zva::sig_trmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DTRMV, 44, CDRV, (zva::sig_trmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CTRMV, 44, CDRV, (zva::sig_trmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZTRMV, 44, CDRV, (zva::sig_trmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, STBMV, 48, CDSP, (zva::sig_tbmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DTBMV, 48, CDSP, (zva::sig_tbmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CTBMV, 48, CDSP, (zva::sig_tbmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZTBMV, 48, CDSP, (zva::sig_tbmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, STBSV, 48, CDSP, (zva::sig_tbmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DTBSV, 48, CDSP, (zva::sig_tbmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CTBSV, 48, CDSP, (zva::sig_tbmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZTBSV, 48, CDSP, (zva::sig_tbmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, STPMV, 40, CDSP, (zva::sig_tpmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DTPMV, 40, CDSP, (zva::sig_tpmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CTPMV, 40, CDSP, (zva::sig_tpmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZTPMV, 40, CDSP, (zva::sig_tpmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, STPSV, 40, CDSP, (zva::sig_tpmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DTPSV, 40, CDSP, (zva::sig_tpmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CTPSV, 40, CDSP, (zva::sig_tpmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZTPSV, 40, CDSP, (zva::sig_tpmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, STRSV, 44, CDSP, (zva::sig_trmv<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DTRSV, 44, CDRV, (zva::sig_trmv<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CTRSV, 44, CDSP, (zva::sig_trmv<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZTRSV, 44, CDSP, (zva::sig_trmv<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, SGER, 36, CDSP, (zva::sig_ger<float>), (not_built), (not_built))         \
-    ZVA_SAME(X, DGER, 36, CDSP, (zva::sig_ger<double>), (not_built), (not_built))        \
-    ZVA_SAME(X, CGERU, 36, CDSP, (zva::sig_ger<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZGERU, 36, CDSP, (zva::sig_ger<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, CGERC, 36, CDSP, (zva::sig_ger<c32>), (not_built), (not_built))          \
-    ZVA_SAME(X, ZGERC, 36, CDSP, (zva::sig_ger<c64>), (not_built), (not_built))          \
-    ZVA_SAME(X, SSYR, 32, CDRV, (zva::sig_syr<float, float>), (not_built), (not_built))  \
-    ZVA_SAME(X, DSYR, 32, CDRV, (zva::sig_syr<double, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, CHER, 32, CDSP, (zva::sig_syr<c32, float>), (not_built), (not_built))    \
-    ZVA_SAME(X, ZHER, 32, CDSP, (zva::sig_syr<c64, double>), (not_built), (not_built))   \
-    ZVA_SAME(X, SSYR2, 40, CDRV, (zva::sig_syr2<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DSYR2, 40, CDRV, (zva::sig_syr2<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CHER2, 40, CDSP, (zva::sig_syr2<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZHER2, 40, CDSP, (zva::sig_syr2<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, SSPR, 28, CDSP, (zva::sig_spr<float, float>), (not_built), (not_built))  \
-    ZVA_SAME(X, DSPR, 28, CDSP, (zva::sig_spr<double, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, CHPR, 28, CDSP, (zva::sig_spr<c32, float>), (not_built), (not_built))    \
-    ZVA_SAME(X, ZHPR, 28, CDSP, (zva::sig_spr<c64, double>), (not_built), (not_built))   \
-    ZVA_SAME(X, SSPR2, 36, CDSP, (zva::sig_spr2<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DSPR2, 36, CDSP, (zva::sig_spr2<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CHPR2, 36, CDSP, (zva::sig_spr2<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZHPR2, 36, CDSP, (zva::sig_spr2<c64>), (not_built), (not_built))         \
-    /* level 3 */                                                              \
-    X(SGEMM, 60, CDRV, (zva::sig_gemm<float>), (zva::sig_gemm_serial<float>), (sgemm_serial), (gemm_threaded<float>)) \
+#define ZVA_ROUTINES(X)                                                                                                  \
+    /* level 1 */                                                                                                        \
+    ZVA_SAME(X, SAXPY, 24, DRV, (zva::sig_axpy<float>), (axpy<float>), (axpy_driver<float>))                             \
+    ZVA_SAME(X, DAXPY, 24, DRV, (zva::sig_axpy<double>), (axpy<double>), (axpy_driver<double>))                          \
+    ZVA_SAME(X, CAXPY, 24, DRV, (zva::sig_axpy<c32>), (axpy<c32>), (axpy_driver<c32>))                                   \
+    ZVA_SAME(X, ZAXPY, 24, DRV, (zva::sig_axpy<c64>), (axpy<c64>), (axpy_driver<c64>))                                   \
+    ZVA_SAME(X, SCOPY, 20, DRV, (zva::sig_copy<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DCOPY, 20, DRV, (zva::sig_copy<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, CCOPY, 20, DRV, (zva::sig_copy<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZCOPY, 20, DRV, (zva::sig_copy<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, SSWAP, 20, DRV, (zva::sig_swap<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DSWAP, 20, DRV, (zva::sig_swap<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, CSWAP, 20, DRV, (zva::sig_swap<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZSWAP, 20, DRV, (zva::sig_swap<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, SDOT, 20, DRV, (zva::sig_dot<float>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, DDOT, 20, DRV, (zva::sig_dot<double>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, CDOTC, 24, DRV, (zva::sig_cdot<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZDOTC, 24, DSP, (zva::sig_cdot<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, CDOTU, 24, DSP, (zva::sig_cdot<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZDOTU, 24, DSP, (zva::sig_cdot<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, SDSDOT, 24, DSP, (zva::sig_sdsdot), (not_built), (not_built))                                            \
+    ZVA_SAME(X, DSDOT, 20, DSP, (zva::sig_dsdot), (not_built), (not_built))                                              \
+    ZVA_SAME(X, SSCAL, 16, DSP, (zva::sig_scal<float, float>), (not_built), (not_built))                                 \
+    ZVA_SAME(X, DSCAL, 16, DSP, (zva::sig_scal<double, double>), (not_built), (not_built))                               \
+    ZVA_SAME(X, CSCAL, 16, DSP, (zva::sig_scal<c32, c32>), (not_built), (not_built))                                     \
+    ZVA_SAME(X, ZSCAL, 16, DSP, (zva::sig_scal<c64, c64>), (not_built), (not_built))                                     \
+    ZVA_SAME(X, CSSCAL, 16, DSP, (zva::sig_scal<c32, float>), (not_built), (not_built))                                  \
+    ZVA_SAME(X, ZDSCAL, 16, DSP, (zva::sig_scal<c64, double>), (not_built), (not_built))                                 \
+    ZVA_SAME(X, SASUM, 12, DSP, (zva::sig_asum<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DASUM, 12, DSP, (zva::sig_asum<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, SCASUM, 12, DSP, (zva::sig_asum<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, DZASUM, 12, DSP, (zva::sig_asum<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SNRM2, 12, DSP, (zva::sig_asum<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DNRM2, 12, DSP, (zva::sig_asum<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, SCNRM2, 12, DSP, (zva::sig_asum<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, DZNRM2, 12, DSP, (zva::sig_asum<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ISAMAX, 12, DSP, (zva::sig_iamax<float>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, IDAMAX, 12, DSP, (zva::sig_iamax<double>), (not_built), (not_built))                                     \
+    ZVA_SAME(X, ICAMAX, 12, DSP, (zva::sig_iamax<c32>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, IZAMAX, 12, DSP, (zva::sig_iamax<c64>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, ISAMIN, 12, DSP, (zva::sig_iamax<float>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, IDAMIN, 12, DSP, (zva::sig_iamax<double>), (not_built), (not_built))                                     \
+    ZVA_SAME(X, ICAMIN, 12, DSP, (zva::sig_iamax<c32>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, IZAMIN, 12, DSP, (zva::sig_iamax<c64>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, SROT, 28, DRV, (zva::sig_rot<float, float>), (not_built), (not_built))                                   \
+    ZVA_SAME(X, DROT, 28, DRV, (zva::sig_rot<double, double>), (not_built), (not_built))                                 \
+    ZVA_SAME(X, CSROT, 28, DSP, (zva::sig_rot<c32, float>), (not_built), (not_built))                                    \
+    ZVA_SAME(X, ZDROT, 28, DSP, (zva::sig_rot<c64, double>), (not_built), (not_built))                                   \
+    ZVA_SAME(X, SROTG, 16, DSP, (zva::sig_rotg<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DROTG, 16, DSP, (zva::sig_rotg<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, CROTG, 16, DSP, (zva::sig_rotg<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZROTG, 16, DSP, (zva::sig_rotg<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, SROTM, 24, DSP, (zva::sig_rotm<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DROTM, 24, DSP, (zva::sig_rotm<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, SROTMG, 20, DSP, (zva::sig_rotmg<float>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, DROTMG, 20, DSP, (zva::sig_rotmg<double>), (not_built), (not_built))                                     \
+    /* sparse level 1 */                                                                                                 \
+    ZVA_SAME(X, SAXPYI, 20, DSP, (zva::sig_axpyi<float>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, DAXPYI, 20, DSP, (zva::sig_axpyi<double>), (not_built), (not_built))                                     \
+    ZVA_SAME(X, CAXPYI, 20, DSP, (zva::sig_axpyi<c32>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, ZAXPYI, 20, DSP, (zva::sig_axpyi<c64>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, SDOTI, 16, DSP, (zva::sig_doti<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DDOTI, 16, DSP, (zva::sig_doti<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, CDOTCI, 20, DSP, (zva::sig_cdoti<c32>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, ZDOTCI, 20, DSP, (zva::sig_cdoti<c64>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, CDOTUI, 20, DSP, (zva::sig_cdoti<c32>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, ZDOTUI, 20, DSP, (zva::sig_cdoti<c64>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, SGTHR, 16, DSP, (zva::sig_gthr<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DGTHR, 16, DSP, (zva::sig_gthr<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, CGTHR, 16, DSP, (zva::sig_gthr<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZGTHR, 16, DSP, (zva::sig_gthr<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, SGTHRZ, 16, DSP, (zva::sig_gthrz<float>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, DGTHRZ, 16, DSP, (zva::sig_gthrz<double>), (not_built), (not_built))                                     \
+    ZVA_SAME(X, CGTHRZ, 16, DSP, (zva::sig_gthrz<c32>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, ZGTHRZ, 16, DSP, (zva::sig_gthrz<c64>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, SSCTR, 16, DSP, (zva::sig_sctr<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DSCTR, 16, DSP, (zva::sig_sctr<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, CSCTR, 16, DSP, (zva::sig_sctr<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZSCTR, 16, DSP, (zva::sig_sctr<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, SROTI, 24, DSP, (zva::sig_roti<float>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, DROTI, 24, DSP, (zva::sig_roti<double>), (not_built), (not_built))                                       \
+    /* level 2 */                                                                                                        \
+    X(SGEMV, 48, CDRV, (zva::sig_gemv<float>), (zva::sig_gemv_k<float>), (gemv<float>), (gemv_driver<float>))            \
+    X(DGEMV, 48, CDRV, (zva::sig_gemv<double>), (zva::sig_gemv_k<double>), (gemv<double>), (gemv_driver<double>))        \
+    X(CGEMV, 48, CDRV, (zva::sig_gemv<c32>), (zva::sig_gemv_k<c32>), (gemv<c32>), (gemv_driver<c32>))                    \
+    X(ZGEMV, 48, CDRV, (zva::sig_gemv<c64>), (zva::sig_gemv_k<c64>), (gemv<c64>), (gemv_driver<c64>))                    \
+    ZVA_SAME(X, SGBMV, 56, CDSP, (zva::sig_gbmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DGBMV, 56, CDSP, (zva::sig_gbmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CGBMV, 56, CDSP, (zva::sig_gbmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZGBMV, 56, CDSP, (zva::sig_gbmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSYMV, 44, CDRV, (zva::sig_symv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DSYMV, 44, CDRV, (zva::sig_symv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CHEMV, 44, CDSP, (zva::sig_symv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZHEMV, 44, CDSP, (zva::sig_symv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSBMV, 48, CDSP, (zva::sig_sbmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DSBMV, 48, CDSP, (zva::sig_sbmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CHBMV, 48, CDSP, (zva::sig_sbmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZHBMV, 48, CDSP, (zva::sig_sbmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSPMV, 40, CDSP, (zva::sig_spmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DSPMV, 40, CDSP, (zva::sig_spmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CHPMV, 40, CDSP, (zva::sig_spmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZHPMV, 40, CDSP, (zva::sig_spmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STRMV, 44, CDRV, (zva::sig_trmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DTRMV, 44, CDRV, (zva::sig_trmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CTRMV, 44, CDRV, (zva::sig_trmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZTRMV, 44, CDRV, (zva::sig_trmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STBMV, 48, CDSP, (zva::sig_tbmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DTBMV, 48, CDSP, (zva::sig_tbmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CTBMV, 48, CDSP, (zva::sig_tbmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZTBMV, 48, CDSP, (zva::sig_tbmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STBSV, 48, CDSP, (zva::sig_tbmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DTBSV, 48, CDSP, (zva::sig_tbmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CTBSV, 48, CDSP, (zva::sig_tbmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZTBSV, 48, CDSP, (zva::sig_tbmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STPMV, 40, CDSP, (zva::sig_tpmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DTPMV, 40, CDSP, (zva::sig_tpmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CTPMV, 40, CDSP, (zva::sig_tpmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZTPMV, 40, CDSP, (zva::sig_tpmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STPSV, 40, CDSP, (zva::sig_tpmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DTPSV, 40, CDSP, (zva::sig_tpmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CTPSV, 40, CDSP, (zva::sig_tpmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZTPSV, 40, CDSP, (zva::sig_tpmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STRSV, 44, CDSP, (zva::sig_trmv<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DTRSV, 44, CDRV, (zva::sig_trmv<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CTRSV, 44, CDSP, (zva::sig_trmv<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZTRSV, 44, CDSP, (zva::sig_trmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SGER, 36, CDSP, (zva::sig_ger<float>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, DGER, 36, CDSP, (zva::sig_ger<double>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, CGERU, 36, CDSP, (zva::sig_ger<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZGERU, 36, CDSP, (zva::sig_ger<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, CGERC, 36, CDSP, (zva::sig_ger<c32>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, ZGERC, 36, CDSP, (zva::sig_ger<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, SSYR, 32, CDRV, (zva::sig_syr<float, float>), (not_built), (not_built))                                  \
+    ZVA_SAME(X, DSYR, 32, CDRV, (zva::sig_syr<double, double>), (not_built), (not_built))                                \
+    ZVA_SAME(X, CHER, 32, CDSP, (zva::sig_syr<c32, float>), (not_built), (not_built))                                    \
+    ZVA_SAME(X, ZHER, 32, CDSP, (zva::sig_syr<c64, double>), (not_built), (not_built))                                   \
+    ZVA_SAME(X, SSYR2, 40, CDRV, (zva::sig_syr2<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DSYR2, 40, CDRV, (zva::sig_syr2<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CHER2, 40, CDSP, (zva::sig_syr2<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZHER2, 40, CDSP, (zva::sig_syr2<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSPR, 28, CDSP, (zva::sig_spr<float, float>), (not_built), (not_built))                                  \
+    ZVA_SAME(X, DSPR, 28, CDSP, (zva::sig_spr<double, double>), (not_built), (not_built))                                \
+    ZVA_SAME(X, CHPR, 28, CDSP, (zva::sig_spr<c32, float>), (not_built), (not_built))                                    \
+    ZVA_SAME(X, ZHPR, 28, CDSP, (zva::sig_spr<c64, double>), (not_built), (not_built))                                   \
+    ZVA_SAME(X, SSPR2, 36, CDSP, (zva::sig_spr2<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DSPR2, 36, CDSP, (zva::sig_spr2<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CHPR2, 36, CDSP, (zva::sig_spr2<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZHPR2, 36, CDSP, (zva::sig_spr2<c64>), (not_built), (not_built))                                         \
+    /* level 3 */                                                                                                        \
+    X(SGEMM, 60, CDRV, (zva::sig_gemm<float>), (zva::sig_gemm_serial<float>), (sgemm_serial), (gemm_threaded<float>))    \
     X(DGEMM, 60, CDRV, (zva::sig_gemm<double>), (zva::sig_gemm_serial<double>), (dgemm_serial), (gemm_threaded<double>)) \
-    X(CGEMM, 60, CDRV, (zva::sig_gemm<c32>), (zva::sig_gemm_serial<c32>), (cgemm_serial), (gemm_threaded<c32>)) \
-    X(ZGEMM, 60, CDRV, (zva::sig_gemm<c64>), (zva::sig_gemm_serial<c64>), (zgemm_serial), (gemm_threaded<c64>)) \
-    ZVA_SAME(X, SSYMM, 56, CDRV, (zva::sig_symm<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DSYMM, 56, CDRV, (zva::sig_symm<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CSYMM, 56, CDRV, (zva::sig_symm<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZSYMM, 56, CDRV, (zva::sig_symm<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, CHEMM, 56, CDRV, (zva::sig_symm<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZHEMM, 56, CDRV, (zva::sig_symm<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, SSYRK, 48, CDRV, (zva::sig_syrk<float, float>), (not_built), (not_built)) \
-    ZVA_SAME(X, DSYRK, 48, CDRV, (zva::sig_syrk<double, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, CSYRK, 48, CDRV, (zva::sig_syrk<c32, c32>), (not_built), (not_built))    \
-    ZVA_SAME(X, ZSYRK, 48, CDRV, (zva::sig_syrk<c64, c64>), (not_built), (not_built))    \
-    ZVA_SAME(X, CHERK, 48, CDRV, (zva::sig_syrk<c32, float>), (not_built), (not_built))  \
-    ZVA_SAME(X, ZHERK, 48, CDRV, (zva::sig_syrk<c64, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, SSYR2K, 56, CDRV, (zva::sig_syr2k<float, float>), (not_built), (not_built)) \
-    ZVA_SAME(X, DSYR2K, 56, CDRV, (zva::sig_syr2k<double, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, CSYR2K, 56, CDRV, (zva::sig_syr2k<c32, c32>), (not_built), (not_built))  \
-    ZVA_SAME(X, ZSYR2K, 56, CDRV, (zva::sig_syr2k<c64, c64>), (not_built), (not_built))  \
-    ZVA_SAME(X, CHER2K, 56, CDRV, (zva::sig_syr2k<c32, float>), (not_built), (not_built)) \
-    ZVA_SAME(X, ZHER2K, 56, CDRV, (zva::sig_syr2k<c64, double>), (not_built), (not_built)) \
-    ZVA_SAME(X, STRMM, 60, CDRV, (zva::sig_trmm<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DTRMM, 60, CDRV, (zva::sig_trmm<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CTRMM, 60, CDRV, (zva::sig_trmm<c32>), (not_built), (not_built))         \
-    ZVA_SAME(X, ZTRMM, 60, CDRV, (zva::sig_trmm<c64>), (not_built), (not_built))         \
-    ZVA_SAME(X, STRSM, 60, CDRV, (zva::sig_trmm<float>), (not_built), (not_built))       \
-    ZVA_SAME(X, DTRSM, 60, CDRV, (zva::sig_trmm<double>), (not_built), (not_built))      \
-    ZVA_SAME(X, CTRSM, 60, CDRV, (zva::sig_trmm<c32>), (not_built), (not_built))         \
+    X(CGEMM, 60, CDRV, (zva::sig_gemm<c32>), (zva::sig_gemm_serial<c32>), (cgemm_serial), (gemm_threaded<c32>))          \
+    X(ZGEMM, 60, CDRV, (zva::sig_gemm<c64>), (zva::sig_gemm_serial<c64>), (zgemm_serial), (gemm_threaded<c64>))          \
+    ZVA_SAME(X, SSYMM, 56, CDRV, (zva::sig_symm<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DSYMM, 56, CDRV, (zva::sig_symm<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CSYMM, 56, CDRV, (zva::sig_symm<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZSYMM, 56, CDRV, (zva::sig_symm<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, CHEMM, 56, CDRV, (zva::sig_symm<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZHEMM, 56, CDRV, (zva::sig_symm<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSYRK, 48, CDRV, (zva::sig_syrk<float, float>), (not_built), (not_built))                                \
+    ZVA_SAME(X, DSYRK, 48, CDRV, (zva::sig_syrk<double, double>), (not_built), (not_built))                              \
+    ZVA_SAME(X, CSYRK, 48, CDRV, (zva::sig_syrk<c32, c32>), (not_built), (not_built))                                    \
+    ZVA_SAME(X, ZSYRK, 48, CDRV, (zva::sig_syrk<c64, c64>), (not_built), (not_built))                                    \
+    ZVA_SAME(X, CHERK, 48, CDRV, (zva::sig_syrk<c32, float>), (not_built), (not_built))                                  \
+    ZVA_SAME(X, ZHERK, 48, CDRV, (zva::sig_syrk<c64, double>), (not_built), (not_built))                                 \
+    ZVA_SAME(X, SSYR2K, 56, CDRV, (zva::sig_syr2k<float, float>), (not_built), (not_built))                              \
+    ZVA_SAME(X, DSYR2K, 56, CDRV, (zva::sig_syr2k<double, double>), (not_built), (not_built))                            \
+    ZVA_SAME(X, CSYR2K, 56, CDRV, (zva::sig_syr2k<c32, c32>), (not_built), (not_built))                                  \
+    ZVA_SAME(X, ZSYR2K, 56, CDRV, (zva::sig_syr2k<c64, c64>), (not_built), (not_built))                                  \
+    ZVA_SAME(X, CHER2K, 56, CDRV, (zva::sig_syr2k<c32, float>), (not_built), (not_built))                                \
+    ZVA_SAME(X, ZHER2K, 56, CDRV, (zva::sig_syr2k<c64, double>), (not_built), (not_built))                               \
+    ZVA_SAME(X, STRMM, 60, CDRV, (zva::sig_trmm<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DTRMM, 60, CDRV, (zva::sig_trmm<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CTRMM, 60, CDRV, (zva::sig_trmm<c32>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, ZTRMM, 60, CDRV, (zva::sig_trmm<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STRSM, 60, CDRV, (zva::sig_trmm<float>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, DTRSM, 60, CDRV, (zva::sig_trmm<double>), (not_built), (not_built))                                      \
+    ZVA_SAME(X, CTRSM, 60, CDRV, (zva::sig_trmm<c32>), (not_built), (not_built))                                         \
     ZVA_SAME(X, ZTRSM, 60, CDRV, (zva::sig_trmm<c64>), (not_built), (not_built))
 
 // Dispatch points inside the engine and the parallel regions, beyond the
 // one main point per routine.  X(point, (signature), (kernel))
-#define ZVA_INNER_POINTS(X)                                                    \
-    X(sgemm_scale_c, (zva::sig_gemm_scale_c<float>), (gemm_scale_c<float>))                             \
-    X(dgemm_scale_c, (zva::sig_gemm_scale_c<double>), (gemm_scale_c<double>))                            \
-    X(cgemm_scale_c, (zva::sig_gemm_scale_c<c32>), (gemm_scale_c<c32>))                               \
-    X(zgemm_scale_c, (zva::sig_gemm_scale_c<c64>), (gemm_scale_c<c64>))                               \
-    X(ssyr_region, (zva::sig_syr_region<float>), (not_built))                                 \
-    X(dsyr_region, (zva::sig_syr_region<double>), (not_built))                                \
-    X(ssyr2_region, (zva::sig_syr2_region<float>), (not_built))                               \
-    X(dsyr2_region, (zva::sig_syr2_region<double>), (not_built))                              \
-    X(strmv_region, (zva::sig_trmv_region<float>), (not_built))                               \
-    X(dtrmv_region, (zva::sig_trmv_region<double>), (not_built))                              \
-    X(ctrmv_region, (zva::sig_trmv_region<c32>), (not_built))                                 \
-    X(ztrmv_region, (zva::sig_trmv_region<c64>), (not_built))                                 \
-    ZVA_CTX_POINTS(X, s, float)                                                \
-    ZVA_CTX_POINTS(X, d, double)                                               \
-    ZVA_CTX_POINTS(X, c, c32)                                                  \
+#define ZVA_INNER_POINTS(X)                                                   \
+    X(sgemm_scale_c, (zva::sig_gemm_scale_c<float>), (gemm_scale_c<float>))   \
+    X(dgemm_scale_c, (zva::sig_gemm_scale_c<double>), (gemm_scale_c<double>)) \
+    X(cgemm_scale_c, (zva::sig_gemm_scale_c<c32>), (gemm_scale_c<c32>))       \
+    X(zgemm_scale_c, (zva::sig_gemm_scale_c<c64>), (gemm_scale_c<c64>))       \
+    X(ssyr_region, (zva::sig_syr_region<float>), (not_built))                 \
+    X(dsyr_region, (zva::sig_syr_region<double>), (not_built))                \
+    X(ssyr2_region, (zva::sig_syr2_region<float>), (not_built))               \
+    X(dsyr2_region, (zva::sig_syr2_region<double>), (not_built))              \
+    X(strmv_region, (zva::sig_trmv_region<float>), (not_built))               \
+    X(dtrmv_region, (zva::sig_trmv_region<double>), (not_built))              \
+    X(ctrmv_region, (zva::sig_trmv_region<c32>), (not_built))                 \
+    X(ztrmv_region, (zva::sig_trmv_region<c64>), (not_built))                 \
+    ZVA_CTX_POINTS(X, s, float)                                               \
+    ZVA_CTX_POINTS(X, d, double)                                              \
+    ZVA_CTX_POINTS(X, c, c32)                                                 \
     ZVA_CTX_POINTS(X, z, c64)
 
 // The six operations on a gemm_context, once per type.
-#define ZVA_CTX_POINTS(X, p, T)                                                \
-    X(p##ctx_avail, (zva::sig_ctx_avail), (gemm_ctx_avail))                    \
-    X(p##ctx_clear, (zva::sig_ctx_clear), (gemm_ctx_clear))                    \
-    X(p##ctx_load, (zva::sig_ctx_load), (p##gemm_ctx_load))                    \
-    X(p##ctx_driver, (zva::sig_ctx_driver<T>), (p##gemm_driver))               \
-    X(p##ctx_size_buffers, (zva::sig_ctx_size), (p##gemm_size_buffers))        \
+#define ZVA_CTX_POINTS(X, p, T)                                         \
+    X(p##ctx_avail, (zva::sig_ctx_avail), (gemm_ctx_avail))             \
+    X(p##ctx_clear, (zva::sig_ctx_clear), (gemm_ctx_clear))             \
+    X(p##ctx_load, (zva::sig_ctx_load), (p##gemm_ctx_load))             \
+    X(p##ctx_driver, (zva::sig_ctx_driver<T>), (p##gemm_driver))        \
+    X(p##ctx_size_buffers, (zva::sig_ctx_size), (p##gemm_size_buffers)) \
     X(p##ctx_store, (zva::sig_ctx_store), (gemm_ctx_store))
