@@ -6,9 +6,7 @@
 
 // One complex single in both halves: the upper lanes repeat the lower ones
 // and raise no flag of their own.
-GEMV_INLINE __m128 c_dup(const c32* p) {
-    return _mm_castpd_ps(_mm_set1_pd(*(const c32_bits*)p));
-}
+GEMV_INLINE __m128 c_dup(const c32* p) { return simd::dup_pair(p); }
 GEMV_INLINE void c_st1(c32* p, __m128 v) { _mm_storel_pi((__m64*)p, v); }
 GEMV_INLINE __m128 c_ld2(const c32* p) { return ldu(&p->re); }
 GEMV_INLINE __m128 c_gather(const c32* p, const c32* q) {

@@ -1,234 +1,6 @@
-// GEMV for branch 4: SSE up to SSSE3, 128-bit vectors, 16-byte boundary.
-// These processors split an unaligned 16-byte load of doubles into several
-// micro-ops, so D and Z read the matrix with two 64-bit half loads unless
-// the address is 16-byte aligned, and each such loop has two copies: whole
-// vectors on aligned data, halves on the rest. S and C read unaligned
-// 128-bit vectors; S ends its row loops with an unrolled fall-through of up
-// to seven rows.
-//
-// 32-bit code has eight xmm registers. The update form (not transposed)
-// keeps the row block of y in registers and takes the column scalars
-// alpha*x as memory operands where they do not fit; the dot form
-// (transposed) keeps one accumulator per column plus x and two temporaries.
-//
-// Columns per pass:      S      D          C        Z
-//   N, unit increments   4,1    8,4,2,1    4,2,1    4,2,1
-//   N, other             4,1    4,1        2,1      2,1
-//   T, unit increments   4,1    4,2,1      4,2,1    4,2,1
-//   T, other             4,1    4,1        2,1      2,1
-//   C, unit increments   -      -          4,2,1    2,1
-//   C, other             -      -          2,1      2,1
-//
-// Sums. Not transposed: every row is the chain y + t0*a0 + t1*a1 + ... in
-// column order, with t = alpha*x rounded once per column, on every path,
-// so the column blocks and the alignment peels do not change any bit.
-// Transposed: t = x0*a0, then the peel rows one by one into t, then one
-// vector accumulator per column, started with its first product and fed
-// in row order (eight rows a pass in S), whose lanes are added to t in
-// order, then the tail rows one by one; last y + alpha*t. In Z a vector
-// is one element, so t itself takes every row in order. Complex products:
-// (a*tr) addsub (swap(a)*ti), re = ar*tr - ai*ti, im = ai*tr + ar*ti;
-// single elements of C and Z go through the same operation, those of S
-// and D through mul, add.
-#include <immintrin.h>
-
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-
-#include "level2/kernels.h"
-
-namespace zva::b4 {
-namespace {
-
-using idx = ptrdiff_t;
-
-// Each column block below is a function of its own (noinline): the
-// register allocator then sees one pass at a time, and the passes stay
-// free of spills.
-
-inline unsigned addr_bits(const void* p) {
-    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p));
-}
-
-// ---------------------------------------------------------------- helpers
-
-inline __m128 swap_pairs(__m128 v) {
-    // pshufd swaps without the register copy that shufps would need.
-    return _mm_castsi128_ps(_mm_shuffle_epi32(_mm_castps_si128(v), 0xB1));
-}
-inline __m128d swap_pair(__m128d v) {
-    return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castpd_si128(v), 0x4E));
-}
-// (a*tr) addsub (swap(a)*ti): the product of each complex lane of a with
-// the complex (tr, ti), whose parts come broadcast.
-inline __m128 c_mul(__m128 a, __m128 tr, __m128 ti) {
-    return _mm_addsub_ps(_mm_mul_ps(a, tr), _mm_mul_ps(swap_pairs(a), ti));
-}
-inline __m128d z_mul(__m128d a, __m128d tr, __m128d ti) {
-    return _mm_addsub_pd(_mm_mul_pd(a, tr), _mm_mul_pd(swap_pair(a), ti));
-}
-
-// A vector of two doubles: one aligned move, or two 64-bit halves. The low
-// half goes by movq: the compiler fuses a movsd/movhpd pair on adjacent
-// addresses into the very movupd that this branch avoids.
-inline __m128d ld_halves(const double* lo, const double* hi) {
-    return _mm_loadh_pd(_mm_castsi128_pd(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(lo))),
-                        hi);
-}
-template <bool AL>
-inline __m128d ld2(const double* p) {
-    if constexpr (AL)
-        return _mm_load_pd(p);
-    else
-        return ld_halves(p, p + 1);
-}
-template <bool AL>
-inline void st2(double* p, __m128d v) {
-    if constexpr (AL) {
-        _mm_store_pd(p, v);
-    } else {
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_castpd_si128(v));
-        _mm_storeh_pd(p + 1, v);
-    }
-}
-
-#include "level2/gemv45_pairs.h"
-
-void d_scale(int len, double beta, double* y, int incy) {
-    if (incy == 1) {
-        if (beta == 0.0) {
-            if (len >= 13) {
-                std::memset(y, 0, static_cast<size_t>(len) * sizeof(double));
-                return;
-            }
-            // At most twelve: one pass of eight, then single stores, spelled
-            // out so that the compiler does not turn them into a call.
-            if (len >= 8) {
-                const __m128d z = _mm_setzero_pd();
-                st2<false>(y, z);
-                st2<false>(y + 2, z);
-                st2<false>(y + 4, z);
-                st2<false>(y + 6, z);
-                y += 8;
-                len -= 8;
-            }
-            switch (len) {
-                case 7: y[6] = 0.0; [[fallthrough]];
-                case 6: y[5] = 0.0; [[fallthrough]];
-                case 5: y[4] = 0.0; [[fallthrough]];
-                case 4: y[3] = 0.0; [[fallthrough]];
-                case 3: y[2] = 0.0; [[fallthrough]];
-                case 2: y[1] = 0.0; [[fallthrough]];
-                case 1: y[0] = 0.0; [[fallthrough]];
-                default: break;
-            }
-            return;
-        }
-        int i = 0;
-        if (len >= 16) {
-            const __m128d b = _mm_set1_pd(beta);
-            auto run = [&]<bool AL>() {
-                for (; i + 16 <= len; i += 16) {
-#pragma GCC unroll 8
-                    for (int v = 0; v < 16; v += 2)
-                        st2<AL>(y + i + v, _mm_mul_pd(b, ld2<AL>(y + i + v)));
-                }
-                for (; i + 4 <= len; i += 4) {
-                    st2<AL>(y + i, _mm_mul_pd(b, ld2<AL>(y + i)));
-                    st2<AL>(y + i + 2, _mm_mul_pd(b, ld2<AL>(y + i + 2)));
-                }
-            };
-            if ((addr_bits(y) & 7u) == 0) {
-                if ((addr_bits(y) & 8u) != 0) {
-                    y[0] = beta * y[0];
-                    i = 1;
-                }
-                run.template operator()<true>();
-            } else {
-                run.template operator()<false>();
-            }
-        }
-        for (; i < len; ++i) y[i] = beta * y[i];
-        return;
-    }
-    const idx inc = incy;
-    y += vec_start(len, incy);
-    int i = 0;
-    if (beta == 0.0) {
-        for (; i + 8 <= len; i += 8, y += 8 * inc) {
-#pragma GCC unroll 8
-            for (int k = 0; k < 8; ++k) y[k * inc] = 0.0;
-        }
-        for (; i < len; ++i, y += inc) *y = 0.0;
-        return;
-    }
-    for (; i + 2 <= len; i += 2, y += 2 * inc) {
-        y[0] = beta * y[0];
-        y[inc] = beta * y[inc];
-    }
-    if (i < len) *y = beta * *y;
-}
-
-#include "level2/gemv45_beta.h"
-
-void z_scale(int len, double br, double bi, c64* yc, int incy) {
-    double* y = &yc->re;
-    if (br == 0.0 && bi == 0.0) {
-        const __m128d z = _mm_setzero_pd();
-        if (incy == 1) {
-            if (len >= 7) {
-                std::memset(y, 0, static_cast<size_t>(len) * sizeof(c64));
-                return;
-            }
-            for (int i = 0; i < len; ++i) st2<false>(y + 2 * i, z);
-            return;
-        }
-        const idx inc = 2 * static_cast<idx>(incy);
-        y += 2 * vec_start(len, incy);
-        int i = 0;
-        for (; i + 8 <= len; i += 8, y += 8 * inc) {
-#pragma GCC unroll 8
-            for (int k = 0; k < 8; ++k) st2<false>(y + k * inc, z);
-        }
-        for (; i < len; ++i, y += inc) st2<false>(y, z);
-        return;
-    }
-    // Every element has the alignment of the first: one copy of the loops
-    // for aligned y, one with half loads.
-    auto run = [&]<bool AL>() {
-        const __m128d r = _mm_set1_pd(br), s = _mm_set1_pd(bi);
-        auto one = [&](double* p) { st2<AL>(p, z_mul(ld2<AL>(p), r, s)); };
-        if (incy == 1) {
-            // An element is a whole vector: there is nothing to peel.
-            int i = 0;
-            if (len >= 16) {
-                for (; i + 16 <= len; i += 16) {
-#pragma GCC unroll 16
-                    for (int v = 0; v < 16; ++v) one(y + 2 * (i + v));
-                }
-                for (; i + 4 <= len; i += 4) {
-#pragma GCC unroll 4
-                    for (int v = 0; v < 4; ++v) one(y + 2 * (i + v));
-                }
-            }
-            for (; i < len; ++i) one(y + 2 * i);
-            return;
-        }
-        const idx inc = 2 * static_cast<idx>(incy);
-        double* p = y + 2 * vec_start(len, incy);
-        int i = 0;
-        for (; i + 2 <= len; i += 2, p += 2 * inc) {
-            one(p);
-            one(p + inc);
-        }
-        if (i < len) one(p);
-    };
-    if ((addr_bits(y) & 15u) == 0)
-        run.template operator()<true>();
-    else
-        run.template operator()<false>();
-}
+// GEMV column blocks of branch 4 (SSSE3): D and Z by 64-bit halves off the
+// 16-byte boundary, S with eight-row passes and a fall-through tail.
+// Included by ssse3.inl inside the branch namespace; no include guard.
 
 // ------------------------------------------------------------------- S
 
@@ -494,7 +266,7 @@ inline int d_t_rows(int m, int i, double* t, const double* c, idx lda, const dou
         return reinterpret_cast<const double*>(k < 3 ? b0 + k * lb : b3 + (k - 3) * lb);
     };
     __m128d acc[K];
-    __m128d xv = ld_halves(xp, xp + ix);
+    __m128d xv = load_halves(xp, xp + ix);
 #pragma GCC unroll 4
     for (int k = 0; k < K; ++k) acc[k] = _mm_mul_pd(ld2<AL>(col(k)), xv);
     const int q0 = (m - i) >> 1;
@@ -502,7 +274,7 @@ inline int d_t_rows(int m, int i, double* t, const double* c, idx lda, const dou
         b0 += 16;
         b3 += 16;
         xp += 2 * ix;
-        xv = ld_halves(xp, xp + ix);
+        xv = load_halves(xp, xp + ix);
 #pragma GCC unroll 4
         for (int k = 0; k < K; ++k) acc[k] = _mm_add_pd(acc[k], _mm_mul_pd(ld2<AL>(col(k)), xv));
     }
@@ -553,7 +325,7 @@ template <int K, bool XU>
     for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
 }
 
-#include "level2/gemv45_strided.h"
+#include "level2/gemv/ssse3_strided.inl"
 
 // ------------------------------------------------------------------- Z
 // Walked as doubles like C. An element is one vector, so there is no peel:
@@ -691,18 +463,3 @@ void z_n_strided(int m, int n, __m128d alr, __m128d ali, const double* a, idx ld
     else
         z_n_strided_run<false>(m, n, alr, ali, a, lda, x, incx, y, incy);
 }
-
-enum class op { n, t, c };
-
-inline op letter(const char* trans) {
-    const char t = *trans;
-    if (t == 'N' || t == 'n') return op::n;
-    if (t == 'T' || t == 't') return op::t;
-    return op::c;
-}
-
-}  // namespace
-
-#include "level2/gemv45_exports.h"
-
-}  // namespace zva::b4
