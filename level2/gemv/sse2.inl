@@ -38,6 +38,7 @@ namespace {
 #endif
 
 #define GEMV_INLINE __attribute__((always_inline)) inline
+#define GEMV_INLINE_LAMBDA __attribute__((always_inline))
 
 GEMV_INLINE bool aligned16(const void* p) { return ((uintptr_t)p & 15) == 0; }
 

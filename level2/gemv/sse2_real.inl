@@ -358,6 +358,21 @@ void s_scale(int n, float b, float* y, int incy) {
     if (n) *y = *y * b;
 }
 
+// The last r < 8 rows, straight-line in row order: row() once for each.
+template <class F>
+GEMV_INLINE void rows_upto7(int r, F&& row) {
+    switch (r) {
+        case 7: row(); [[fallthrough]];
+        case 6: row(); [[fallthrough]];
+        case 5: row(); [[fallthrough]];
+        case 4: row(); [[fallthrough]];
+        case 3: row(); [[fallthrough]];
+        case 2: row(); [[fallthrough]];
+        case 1: row(); [[fallthrough]];
+        default: break;
+    }
+}
+
 struct sx_unit {
     const float* p;
     GEMV_INLINE float at(int i) const { return p[i]; }
@@ -434,31 +449,7 @@ GEMV_INLINE void s_dot(int m, const float* a, int lda, X x, float* t) {
     // More than 7 left only when the vector loop could not run.
     for (; r >= 8; r -= 8)
         for (int q = 0; q < 8; ++q, ++i) s_dot_row<C>(i, a, lda, x, t);
-    switch (r) {
-        case 7:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 6:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 5:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 4:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 3:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 2:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 1:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        default:
-            break;
-    }
+    rows_upto7(r, [&]() GEMV_INLINE_LAMBDA { s_dot_row<C>(i++, a, lda, x, t); });
 }
 
 template <bool UNIT, class X>
@@ -516,31 +507,7 @@ GEMV_INLINE void s_upd(int m, const float* a, int lda, const float* x, float al,
     }
     for (; r >= 8; r -= 8)
         for (int q = 0; q < 8; ++q, ++i) s_row<C>(i, a, lda, ts, y);
-    switch (r) {
-        case 7:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 6:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 5:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 4:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 3:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 2:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 1:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        default:
-            break;
-    }
+    rows_upto7(r, [&]() GEMV_INLINE_LAMBDA { s_row<C>(i++, a, lda, ts, y); });
 }
 
 __attribute__((noinline)) void s_n_unit(int m, int n, float al, const float* a,
