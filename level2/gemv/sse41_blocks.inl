@@ -58,81 +58,56 @@ template <int K>
     for (; i < m; ++i) row(i);
 }
 
-// Transposed: K dot products against x (unit or strided), added to y.
-template <int K, bool XU>
-[[gnu::noinline]] void s_t_block(int m, float alpha, const float* c, idx lda, const float* x,
-                                 idx incx, float* y, idx incy) {
-    const idx ix = XU ? 1 : incx;
-    float t[K];
-#pragma GCC unroll 4
-    for (int k = 0; k < K; ++k) t[k] = x[0] * c[k * lda];
-    if (m >= 2) {
-        int i = 1;
-        const float* xp = x + ix;
-        auto row = [&]() {
-            const float xv = *xp;
-#pragma GCC unroll 4
-            for (int k = 0; k < K; ++k) t[k] = t[k] + xv * c[k * lda + i];
-            ++i;
-            xp += ix;
+// The vector rows and the tail of the S dot form, from row i on (see
+// t_block); vec: the last column could be aligned.
+template <int K, bool XU, class Row>
+[[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const float*& xp, idx ix,
+                                            const float* x, const float* c, idx lda, float* t,
+                                            Row& row) {
+    if (vec && m - i >= 4) {
+        auto ldx = [&]() {
+            if constexpr (XU)
+                return _mm_loadu_ps(xp);
+            else
+                return _mm_movelh_ps(
+                    _mm_unpacklo_ps(_mm_load_ss(xp), _mm_load_ss(xp + ix)),
+                    _mm_unpacklo_ps(_mm_load_ss(xp + 2 * ix), _mm_load_ss(xp + 3 * ix)));
         };
-        bool vec = false;
-        if (m - 1 >= 4) {
-            // Align the last column of the block; the others follow it
-            // when lda allows.
-            const unsigned pa = addr_bits(c + (K - 1) * lda + 1);
-            if ((pa & 3u) == 0) {
-                vec = true;
-                for (int p = static_cast<int>(((0u - pa) & 15u) >> 2); p > 0; --p) row();
-            }
+        __m128 acc[K];
+        __m128 xv = ldx();
+#pragma GCC unroll 4
+        for (int k = 0; k < K; ++k) acc[k] = _mm_mul_ps(_mm_loadu_ps(c + k * lda + i), xv);
+        i += 4;
+        xp += 4 * ix;
+        for (; i + 4 <= m; i += 4, xp += 4 * ix) {
+            xv = ldx();
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k)
+                acc[k] = _mm_add_ps(acc[k], _mm_mul_ps(_mm_loadu_ps(c + k * lda + i), xv));
         }
-        if (vec && m - i >= 4) {
-            auto ldx = [&]() {
-                if constexpr (XU)
-                    return _mm_loadu_ps(xp);
-                else
-                    return _mm_movelh_ps(
-                        _mm_unpacklo_ps(_mm_load_ss(xp), _mm_load_ss(xp + ix)),
-                        _mm_unpacklo_ps(_mm_load_ss(xp + 2 * ix), _mm_load_ss(xp + 3 * ix)));
-            };
-            __m128 acc[K];
-            __m128 xv = ldx();
 #pragma GCC unroll 4
-            for (int k = 0; k < K; ++k) acc[k] = _mm_mul_ps(_mm_loadu_ps(c + k * lda + i), xv);
-            i += 4;
-            xp += 4 * ix;
-            for (; i + 4 <= m; i += 4, xp += 4 * ix) {
-                xv = ldx();
-#pragma GCC unroll 4
-                for (int k = 0; k < K; ++k)
-                    acc[k] = _mm_add_ps(acc[k], _mm_mul_ps(_mm_loadu_ps(c + k * lda + i), xv));
-            }
+        for (int k = 0; k < K; ++k) {
+            alignas(16) float l[4];
+            _mm_store_ps(l, acc[k]);
+            t[k] = t[k] + l[0];
+            t[k] = t[k] + l[1];
+            t[k] = t[k] + l[2];
+            t[k] = t[k] + l[3];
+        }
+        if (m - i >= 2) {
+            const __m128 x2 =
+                XU ? load_pair(xp) : _mm_unpacklo_ps(_mm_load_ss(xp), _mm_load_ss(xp + ix));
 #pragma GCC unroll 4
             for (int k = 0; k < K; ++k) {
-                alignas(16) float l[4];
-                _mm_store_ps(l, acc[k]);
-                t[k] = t[k] + l[0];
-                t[k] = t[k] + l[1];
-                t[k] = t[k] + l[2];
-                t[k] = t[k] + l[3];
+                const __m128 p = _mm_mul_ps(load_pair(c + k * lda + i), x2);
+                t[k] = t[k] + _mm_cvtss_f32(p);
+                t[k] = t[k] + _mm_cvtss_f32(_mm_shuffle_ps(p, p, 1));
             }
-            if (m - i >= 2) {
-                const __m128 x2 =
-                    XU ? load_pair(xp) : _mm_unpacklo_ps(_mm_load_ss(xp), _mm_load_ss(xp + ix));
-#pragma GCC unroll 4
-                for (int k = 0; k < K; ++k) {
-                    const __m128 p = _mm_mul_ps(load_pair(c + k * lda + i), x2);
-                    t[k] = t[k] + _mm_cvtss_f32(p);
-                    t[k] = t[k] + _mm_cvtss_f32(_mm_shuffle_ps(p, p, 1));
-                }
-                i += 2;
-                xp += 2 * ix;
-            }
+            i += 2;
+            xp += 2 * ix;
         }
-        while (i < m) row();
     }
-#pragma GCC unroll 4
-    for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
+    while (i < m) row();
 }
 
 // ------------------------------------------------------------------- D
@@ -208,60 +183,38 @@ template <int K>
     for (; i < m; ++i) row(i);
 }
 
-template <int K, bool XU>
-[[gnu::noinline]] void d_t_block(int m, double alpha, const double* c, idx lda, const double* x,
-                                 idx incx, double* y, idx incy) {
-    const idx ix = XU ? 1 : incx;
-    double t[K];
-#pragma GCC unroll 4
-    for (int k = 0; k < K; ++k) t[k] = x[0] * c[k * lda];
-    if (m >= 2) {
-        int i = 1;
-        const double* xp = x + ix;
-        auto row = [&]() {
-            const double xv = *xp;
-#pragma GCC unroll 4
-            for (int k = 0; k < K; ++k) t[k] = t[k] + xv * c[k * lda + i];
-            ++i;
-            xp += ix;
+// The vector rows and the tail of the D dot form, from row i on (see
+// t_block); vec: the last column could be aligned.
+template <int K, bool XU, class Row>
+[[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const double*& xp, idx ix,
+                                            const double* x, const double* c, idx lda, double* t,
+                                            Row& row) {
+    if (vec && m - i >= 2) {
+        auto ldx = [&]() {
+            if constexpr (XU)
+                return _mm_loadu_pd(xp);
+            else
+                return _mm_loadh_pd(_mm_load_sd(xp), xp + ix);
         };
-        bool vec = false;
-        if (m - 1 >= 2) {
-            const unsigned pa = addr_bits(c + (K - 1) * lda + 1);
-            if ((pa & 7u) == 0) {
-                vec = true;
-                if (pa & 8u) row();
-            }
+        __m128d acc[K];
+        __m128d xv = ldx();
+#pragma GCC unroll 4
+        for (int k = 0; k < K; ++k) acc[k] = _mm_mul_pd(_mm_loadu_pd(c + k * lda + i), xv);
+        i += 2;
+        xp += 2 * ix;
+        for (; i + 2 <= m; i += 2, xp += 2 * ix) {
+            xv = ldx();
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k)
+                acc[k] = _mm_add_pd(acc[k], _mm_mul_pd(_mm_loadu_pd(c + k * lda + i), xv));
         }
-        if (vec && m - i >= 2) {
-            auto ldx = [&]() {
-                if constexpr (XU)
-                    return _mm_loadu_pd(xp);
-                else
-                    return _mm_loadh_pd(_mm_load_sd(xp), xp + ix);
-            };
-            __m128d acc[K];
-            __m128d xv = ldx();
 #pragma GCC unroll 4
-            for (int k = 0; k < K; ++k) acc[k] = _mm_mul_pd(_mm_loadu_pd(c + k * lda + i), xv);
-            i += 2;
-            xp += 2 * ix;
-            for (; i + 2 <= m; i += 2, xp += 2 * ix) {
-                xv = ldx();
-#pragma GCC unroll 4
-                for (int k = 0; k < K; ++k)
-                    acc[k] = _mm_add_pd(acc[k], _mm_mul_pd(_mm_loadu_pd(c + k * lda + i), xv));
-            }
-#pragma GCC unroll 4
-            for (int k = 0; k < K; ++k) {
-                t[k] = t[k] + _mm_cvtsd_f64(acc[k]);
-                t[k] = t[k] + _mm_cvtsd_f64(_mm_unpackhi_pd(acc[k], acc[k]));
-            }
+        for (int k = 0; k < K; ++k) {
+            t[k] = t[k] + _mm_cvtsd_f64(acc[k]);
+            t[k] = t[k] + _mm_cvtsd_f64(_mm_unpackhi_pd(acc[k], acc[k]));
         }
-        while (i < m) row();
     }
-#pragma GCC unroll 4
-    for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
+    while (i < m) row();
 }
 
 #include "level2/gemv/ssse3_strided.inl"

@@ -98,6 +98,48 @@ inline void st2(double* p, __m128d v) {
 #include "level2/gemv/sse41_blocks.inl"
 #endif
 
+// Transposed, S and D: K dot products against x (unit or strided), added
+// to y. Row 0 starts t; the last column of the block is brought to the
+// 16-byte boundary by single rows (the others follow it when lda allows);
+// the branch's dot_rows does the vector rows and the tail.
+template <int K, bool XU, class R>
+[[gnu::noinline]] void t_block(int m, R alpha, const R* c, idx lda, const R* x, idx incx, R* y,
+                               idx incy) {
+    // Branch 4's D rows index x; the others walk a pointer.
+    constexpr bool x_indexed = halves && sizeof(R) == 8;
+    constexpr int per16 = 16 / sizeof(R);
+    const idx ix = XU ? 1 : incx;
+    R t[K];
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) t[k] = x[0] * c[k * lda];
+    if (m >= 2) {
+        int i = 1;
+        const R* xp = x + ix;
+        auto row = [&]() {
+            const R xv = x_indexed ? x[i * ix] : *xp;
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) t[k] = t[k] + xv * c[k * lda + i];
+            ++i;
+            if constexpr (!x_indexed) xp += ix;
+        };
+        bool vec = false;
+        if (m - 1 >= per16) {
+            const unsigned pa = addr_bits(c + (K - 1) * lda + 1);
+            if ((pa & (sizeof(R) - 1)) == 0) {
+                vec = true;
+                if constexpr (per16 == 4) {
+                    for (int p = static_cast<int>(((0u - pa) & 15u) >> 2); p > 0; --p) row();
+                } else {
+                    if (pa & 8u) row();
+                }
+            }
+        }
+        dot_rows<K, XU>(vec, m, i, xp, ix, x, c, lda, t, row);
+    }
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
+}
+
 enum class op { n, t, c };
 
 inline op letter(const char* trans) {

@@ -61,110 +61,84 @@ template <int K>
     }
 }
 
-// Transposed: K dot products against x (unit or strided), added to y.
-// Eight rows a pass, both vectors into the one accumulator of the column.
-template <int K, bool XU>
-[[gnu::noinline]] void s_t_block(int m, float alpha, const float* c, idx lda, const float* x,
-                                 idx incx, float* y, idx incy) {
-    const idx ix = XU ? 1 : incx;
-    float t[K];
+// The vector rows and the tail of the S dot form, from row i on (see
+// t_block); vec: the last column could be aligned.
+template <int K, bool XU, class Row>
+[[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const float*& xp, idx ix,
+                                            const float* x, const float* c, idx lda, float* t,
+                                            Row& row) {
+    if (!vec) {
+        while (i < m) row();
+    } else {
+        if (m - i >= 8) {
+            // x by lddqu: the compiler takes a movups of x for a
+            // memory value and reloads it for every column, but keeps
+            // this one in a register. Here lddqu is at worst a movdqu.
+            auto ldx = [&](const float* p) {
+                if constexpr (XU)
+                    return _mm_castsi128_ps(
+                        _mm_lddqu_si128(reinterpret_cast<const __m128i*>(p)));
+                else
+                    return _mm_movelh_ps(
+                        _mm_unpacklo_ps(_mm_load_ss(p), _mm_load_ss(p + ix)),
+                        _mm_unpacklo_ps(_mm_load_ss(p + 2 * ix), _mm_load_ss(p + 3 * ix)));
+            };
+            // The first x vector against all columns, then the second:
+            // each accumulator sees the same adds, and only one x is
+            // live. Columns from two bases and the stride in bytes
+            // (b0 + 0..2 L, b3), which leaves integer registers for x.
+            const idx lb = lda * static_cast<idx>(sizeof(float));
+            const char* b0 = reinterpret_cast<const char*>(c + i);
+            const char* b3 = b0 + 3 * lb;
+            auto col = [&](int k, int h) {
+                return reinterpret_cast<const float*>(k < 3 ? b0 + k * lb : b3 + (k - 3) * lb) +
+                       h;
+            };
+            __m128 acc[K];
+            __m128 xv = ldx(xp);
 #pragma GCC unroll 4
-    for (int k = 0; k < K; ++k) t[k] = x[0] * c[k * lda];
-    if (m >= 2) {
-        int i = 1;
-        const float* xp = x + ix;
-        auto row = [&]() {
-            const float xv = *xp;
+            for (int k = 0; k < K; ++k) acc[k] = _mm_mul_ps(_mm_loadu_ps(col(k, 0)), xv);
+            xv = ldx(xp + 4 * ix);
 #pragma GCC unroll 4
-            for (int k = 0; k < K; ++k) t[k] = t[k] + xv * c[k * lda + i];
-            ++i;
-            xp += ix;
-        };
-        bool vec = false;
-        if (m - 1 >= 4) {
-            // Align the last column of the block; the others follow it
-            // when lda allows.
-            const unsigned pa = addr_bits(c + (K - 1) * lda + 1);
-            if ((pa & 3u) == 0) {
-                vec = true;
-                for (int p = static_cast<int>(((0u - pa) & 15u) >> 2); p > 0; --p) row();
+            for (int k = 0; k < K; ++k)
+                acc[k] = _mm_add_ps(acc[k], _mm_mul_ps(_mm_loadu_ps(col(k, 4)), xv));
+            const int q0 = (m - i) >> 3;
+            for (int q = q0 - 1; q > 0; --q) {
+                b0 += 32;
+                b3 += 32;
+                xp += 8 * ix;
+#pragma GCC unroll 2
+                for (int h = 0; h < 8; h += 4) {
+                    xv = ldx(xp + h * ix);
+#pragma GCC unroll 4
+                    for (int k = 0; k < K; ++k)
+                        acc[k] = _mm_add_ps(acc[k], _mm_mul_ps(_mm_loadu_ps(col(k, h)), xv));
+                }
+            }
+            i += 8 * q0;
+            xp += 8 * ix;
+#pragma GCC unroll 4
+            for (int k = 0; k < K; ++k) {
+                alignas(16) float l[4];
+                _mm_store_ps(l, acc[k]);
+                t[k] = t[k] + l[0];
+                t[k] = t[k] + l[1];
+                t[k] = t[k] + l[2];
+                t[k] = t[k] + l[3];
             }
         }
-        if (!vec) {
-            while (i < m) row();
-        } else {
-            if (m - i >= 8) {
-                // x by lddqu: the compiler takes a movups of x for a
-                // memory value and reloads it for every column, but keeps
-                // this one in a register. Here lddqu is at worst a movdqu.
-                auto ldx = [&](const float* p) {
-                    if constexpr (XU)
-                        return _mm_castsi128_ps(
-                            _mm_lddqu_si128(reinterpret_cast<const __m128i*>(p)));
-                    else
-                        return _mm_movelh_ps(
-                            _mm_unpacklo_ps(_mm_load_ss(p), _mm_load_ss(p + ix)),
-                            _mm_unpacklo_ps(_mm_load_ss(p + 2 * ix), _mm_load_ss(p + 3 * ix)));
-                };
-                // The first x vector against all columns, then the second:
-                // each accumulator sees the same adds, and only one x is
-                // live. Columns from two bases and the stride in bytes
-                // (b0 + 0..2 L, b3), which leaves integer registers for x.
-                const idx lb = lda * static_cast<idx>(sizeof(float));
-                const char* b0 = reinterpret_cast<const char*>(c + i);
-                const char* b3 = b0 + 3 * lb;
-                auto col = [&](int k, int h) {
-                    return reinterpret_cast<const float*>(k < 3 ? b0 + k * lb : b3 + (k - 3) * lb) +
-                           h;
-                };
-                __m128 acc[K];
-                __m128 xv = ldx(xp);
-#pragma GCC unroll 4
-                for (int k = 0; k < K; ++k) acc[k] = _mm_mul_ps(_mm_loadu_ps(col(k, 0)), xv);
-                xv = ldx(xp + 4 * ix);
-#pragma GCC unroll 4
-                for (int k = 0; k < K; ++k)
-                    acc[k] = _mm_add_ps(acc[k], _mm_mul_ps(_mm_loadu_ps(col(k, 4)), xv));
-                const int q0 = (m - i) >> 3;
-                for (int q = q0 - 1; q > 0; --q) {
-                    b0 += 32;
-                    b3 += 32;
-                    xp += 8 * ix;
-#pragma GCC unroll 2
-                    for (int h = 0; h < 8; h += 4) {
-                        xv = ldx(xp + h * ix);
-#pragma GCC unroll 4
-                        for (int k = 0; k < K; ++k)
-                            acc[k] = _mm_add_ps(acc[k], _mm_mul_ps(_mm_loadu_ps(col(k, h)), xv));
-                    }
-                }
-                i += 8 * q0;
-                xp += 8 * ix;
-#pragma GCC unroll 4
-                for (int k = 0; k < K; ++k) {
-                    alignas(16) float l[4];
-                    _mm_store_ps(l, acc[k]);
-                    t[k] = t[k] + l[0];
-                    t[k] = t[k] + l[1];
-                    t[k] = t[k] + l[2];
-                    t[k] = t[k] + l[3];
-                }
-            }
-            // The last rows fall through in order, no loop.
-            switch (m - i) {
-                case 7: row(); [[fallthrough]];
-                case 6: row(); [[fallthrough]];
-                case 5: row(); [[fallthrough]];
-                case 4: row(); [[fallthrough]];
-                case 3: row(); [[fallthrough]];
-                case 2: row(); [[fallthrough]];
-                case 1: row(); [[fallthrough]];
-                default: break;
-            }
+        // The last rows fall through in order, no loop.
+        switch (m - i) {
+            case 7: row(); [[fallthrough]];
+            case 6: row(); [[fallthrough]];
+            case 5: row(); [[fallthrough]];
+            case 4: row(); [[fallthrough]];
+            case 3: row(); [[fallthrough]];
+            case 2: row(); [[fallthrough]];
+            case 1: row(); [[fallthrough]];
+            default: break;
         }
     }
-#pragma GCC unroll 4
-    for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
 }
 
 // ------------------------------------------------------------------- D
@@ -286,43 +260,23 @@ inline int d_t_rows(int m, int i, double* t, const double* c, idx lda, const dou
     return i + 2 * q0;
 }
 
-template <int K, bool XU>
-[[gnu::noinline]] void d_t_block(int m, double alpha, const double* c, idx lda, const double* x,
-                                 idx incx, double* y, idx incy) {
-    const idx ix = XU ? 1 : incx;
-    double t[K];
+// The vector rows and the tail of the D dot form, from row i on (see
+// t_block); vec: the last column could be aligned.
+template <int K, bool XU, class Row>
+[[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const double*& xp, idx ix,
+                                            const double* x, const double* c, idx lda, double* t,
+                                            Row& row) {
+    if (vec && m - i >= 2) {
+        unsigned al = 0;
 #pragma GCC unroll 4
-    for (int k = 0; k < K; ++k) t[k] = x[0] * c[k * lda];
-    if (m >= 2) {
-        int i = 1;
-        auto row = [&]() {
-            const double xv = x[i * ix];
-#pragma GCC unroll 4
-            for (int k = 0; k < K; ++k) t[k] = t[k] + xv * c[k * lda + i];
-            ++i;
-        };
-        bool vec = false;
-        if (m - 1 >= 2) {
-            const unsigned pa = addr_bits(c + (K - 1) * lda + 1);
-            if ((pa & 7u) == 0) {
-                vec = true;
-                if (pa & 8u) row();
-            }
-        }
-        if (vec && m - i >= 2) {
-            unsigned al = 0;
-#pragma GCC unroll 4
-            for (int k = 0; k < K; ++k) al |= addr_bits(c + k * lda + i);
-            // A single column is aligned by its own peel.
-            if (K == 1 || (al & 15u) == 0)
-                i = d_t_rows<K, true>(m, i, t, c, lda, x + i * ix, ix);
-            else
-                i = d_t_rows<K, false>(m, i, t, c, lda, x + i * ix, ix);
-        }
-        while (i < m) row();
+        for (int k = 0; k < K; ++k) al |= addr_bits(c + k * lda + i);
+        // A single column is aligned by its own peel.
+        if (K == 1 || (al & 15u) == 0)
+            i = d_t_rows<K, true>(m, i, t, c, lda, x + i * ix, ix);
+        else
+            i = d_t_rows<K, false>(m, i, t, c, lda, x + i * ix, ix);
     }
-#pragma GCC unroll 4
-    for (int k = 0; k < K; ++k) y[k * incy] = y[k * incy] + alpha * t[k];
+    while (i < m) row();
 }
 
 #include "level2/gemv/ssse3_strided.inl"

@@ -30,12 +30,12 @@ template <> void gemv<float>(const char* trans, const int* pm, const int* pn, co
     int j = 0;
     if (incx == 1) {
         for (; j + 4 <= n; j += 4)
-            s_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
-        for (; j < n; ++j) s_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+            t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+        for (; j < n; ++j) t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
     } else {
         for (; j + 4 <= n; j += 4)
-            s_t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
-        for (; j < n; ++j) s_t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+            t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+        for (; j < n; ++j) t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
     }
 }
 
@@ -74,20 +74,20 @@ template <> void gemv<double>(const char* trans, const int* pm, const int* pn, c
     y += vec_start(n, incy);
     int j = 0;
     if (incx == 1 && incy == 1) {
-        for (; j + 4 <= n; j += 4) d_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+        for (; j + 4 <= n; j += 4) t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
         if (n - j >= 2) {
-            d_t_block<2, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+            t_block<2, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
             j += 2;
         }
-        if (j < n) d_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+        if (j < n) t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
     } else if (incx == 1) {
         for (; j + 4 <= n; j += 4)
-            d_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
-        for (; j < n; ++j) d_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+            t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+        for (; j < n; ++j) t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
     } else {
         for (; j + 4 <= n; j += 4)
-            d_t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
-        for (; j < n; ++j) d_t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+            t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+        for (; j < n; ++j) t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
     }
 }
 
