@@ -63,8 +63,8 @@ template <> void gemv<c32>(const char* trans, const int* m_, const int* n_, cons
            const c32* beta, c32* y, const int* incy_) {
     const int m = *m_, n = *n_;
     if (m <= 0 || n <= 0) return;
-    const bool a0 = alpha->re == 0.0f && alpha->im == 0.0f;
-    const bool b1 = beta->re == 1.0f && beta->im == 0.0f;
+    const bool a0 = is_zero(*alpha);
+    const bool b1 = is_one(*beta);
     if (a0 && b1) return;
     const op_kind op = op_of(trans, true);
     const int lda = *lda_, incx = *incx_, incy = *incy_;
@@ -95,8 +95,8 @@ template <> void gemv<c64>(const char* trans, const int* m_, const int* n_, cons
            const c64* beta, c64* y, const int* incy_) {
     const int m = *m_, n = *n_;
     if (m <= 0 || n <= 0) return;
-    const bool a0 = alpha->re == 0.0 && alpha->im == 0.0;
-    const bool b1 = beta->re == 1.0 && beta->im == 0.0;
+    const bool a0 = is_zero(*alpha);
+    const bool b1 = is_one(*beta);
     if (a0 && b1) return;
     const op_kind op = op_of(trans, true);
     const int lda = *lda_, incx = *incx_, incy = *incy_;

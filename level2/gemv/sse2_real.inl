@@ -1,8 +1,6 @@
-// GEMV kernels shared by branches 2 and 3: the complex single kernels and
-// the real update and dot forms.
-// Included inside the namespace of branch 2 and of branch 3, after that
-// branch's own primitives: the two branches differ only in a few loads and
-// in the complex dot kernel, and share this text. No include guard.
+// GEMV of branches 2 and 3: the complex single moves, the S and D update
+// and dot forms and Z's beta scaling. Included by sse2.inl inside the
+// branch namespace, after the branch's primitives; no include guard.
 
 // One complex single in both halves: the upper lanes repeat the lower ones
 // and raise no flag of their own.
@@ -548,7 +546,7 @@ __attribute__((noinline)) void s_n_step(int m, int n, float al, const float* a,
 
 // y * beta, beta != 1, both parts tested by the caller.
 GEMV_HALF_TUNE void z_scale(int n, const c64* beta, c64* y, int incy) {
-    const bool zero = beta->re == 0.0 && beta->im == 0.0;
+    const bool zero = is_zero(*beta);
     if (incy == 1) {
         if (zero) {
             if (n >= 7) {

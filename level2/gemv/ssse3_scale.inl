@@ -1,5 +1,6 @@
-// y := beta*y in the GEMV kernels of branches 4 and 5, for every type. Called only when beta is not exactly 1; beta 0
-// stores zeros without reading y, so NaNs there go away. Included by
+// y := beta*y in the GEMV kernels of branches 4 and 5, for every type.
+// Called only when beta is not exactly 1; beta 0 stores zeros without
+// reading y, so NaNs there go away. Included by
 // ssse3.inl inside the branch namespace; no include guard.
 
 void s_scale(int len, float beta, float* y, int incy) {
