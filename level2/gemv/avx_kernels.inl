@@ -1,8 +1,8 @@
-// The GEMV drivers of the 256-bit branches (6 and 7): the column blocks,
-// the dot and update forms and the exported kernels. This text is included
-// inside the namespace of a branch, after that branch's primitives (ld, st,
-// mul, add, madd, cmul, the n_tree8_v and n_tree8_s sum trees, ...), so that
-// each branch compiles the same drivers over its own arithmetic.
+// The GEMV kernels of the 256-bit branches (6 and 7): the column blocks,
+// the dot and update forms and the exported kernels. Included by avx.inl
+// after the branch's primitives (ld, st, mul, add, madd, cmul, the
+// n_tree8_v and n_tree8_s sum trees, ...), so that each branch compiles the
+// same kernels over its own arithmetic.
 // No include guard: every branch file includes it once.
 
 
@@ -256,12 +256,12 @@ void real_gemv(const char* trans, const int* pm, const int* pn, const T* palpha,
     const int m = *pm, n = *pn;
     if (m <= 0 || n <= 0) return;
     const T alpha = *palpha, beta = *pbeta;
-    if (alpha == T(0) && beta == T(1)) return;
+    if (is_zero(alpha) && is_one(beta)) return;
     const bool nt = *trans == 'N' || *trans == 'n';
     const int lda = *plda, incx = *pincx, incy = *pincy;
     const int leny = nt ? m : n;
     if (beta != T(1)) {
-        if (beta == T(0))
+        if (is_zero(beta))
             zero_y(y, leny, incy);
         else
             scale_real(y, leny, incy, beta);
@@ -535,14 +535,14 @@ void cplx_gemv(const char* trans, const int* pm, const int* pn, const CT* palpha
     const int m = *pm, n = *pn;
     if (m <= 0 || n <= 0) return;
     const CT alpha = *palpha, beta = *pbeta;
-    const bool alpha0 = alpha.re == 0 && alpha.im == 0;
-    const bool beta1 = beta.re == 1 && beta.im == 0;
+    const bool alpha0 = is_zero(alpha);
+    const bool beta1 = is_one(beta);
     if (alpha0 && beta1) return;
     const char c = *trans;
     const int lda = *plda, incx = *pincx, incy = *pincy;
     const int leny = c == 'N' || c == 'n' ? m : n;
     if (!beta1) {
-        if (beta.re == 0 && beta.im == 0)
+        if (is_zero(beta))
             zero_y(y, leny, incy);
         else
             scale_cplx(y, leny, incy, beta);

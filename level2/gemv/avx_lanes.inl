@@ -1,30 +1,31 @@
 // Loads, stores, broadcasts and lane moves of the 256-bit branches (6 and
 // 7) for the GEMV kernels. Included inside the namespace of a branch, after
 // its arithmetic primitives; no include guard.
+// Whole vectors (LV) and single elements (LS) are the branch's lane kinds;
+// the 128-bit steps (LH) and the moves the lane kinds spell differently
+// follow them.
+template <class T> ZI auto ld(LV, const T* p) { return lanev<T>::load(p); }
+template <class T> ZI void st(LV, T* p, typename lanev<T>::v v) { lanev<T>::store(p, v); }
+template <class T> ZI auto ld(LS, const T* p) { return lane1<T>::load(p); }
+template <class T> ZI void st(LS, T* p, typename lane1<T>::v v) { lane1<T>::store(p, v); }
+template <class T> ZI auto bc(LS, const T* p) { return lane1<T>::bcast(p); }
+template <class T> ZI auto bre(LS, const T* p) { return lane1<T>::bre(p); }
+template <class T> ZI auto bim(LS, const T* p) { return lane1<T>::bim(p); }
+
 // ---- real loads, stores, broadcasts ----------------------------------------
 
-ZI __m256d ld(LV, const double* p) { return _mm256_loadu_pd(p); }
-ZI __m256 ld(LV, const float* p) { return _mm256_loadu_ps(p); }
 ZI __m128d ld(LH, const double* p) { return _mm_loadu_pd(p); }
 ZI __m128 ld(LH, const float* p) {
     return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
 }
-ZI __m128d ld(LS, const double* p) { return _mm_load_sd(p); }
-ZI __m128 ld(LS, const float* p) { return _mm_load_ss(p); }
 
-ZI void st(LV, double* p, __m256d v) { _mm256_storeu_pd(p, v); }
-ZI void st(LV, float* p, __m256 v) { _mm256_storeu_ps(p, v); }
 ZI void st(LH, double* p, __m128d v) { _mm_storeu_pd(p, v); }
 ZI void st(LH, float* p, __m128 v) { _mm_storel_pi(reinterpret_cast<__m64*>(p), v); }
-ZI void st(LS, double* p, __m128d v) { _mm_store_sd(p, v); }
-ZI void st(LS, float* p, __m128 v) { _mm_store_ss(p, v); }
 
 ZI __m256d bc(LV, const double* p) { return _mm256_set1_pd(*p); }
 ZI __m256 bc(LV, const float* p) { return _mm256_set1_ps(*p); }
 ZI __m128d bc(LH, const double* p) { return _mm_set1_pd(*p); }
 ZI __m128 bc(LH, const float* p) { return _mm_set1_ps(*p); }
-ZI __m128d bc(LS, const double* p) { return _mm_load_sd(p); }
-ZI __m128 bc(LS, const float* p) { return _mm_load_ss(p); }
 
 // t + lane 0 + lane 1 + ..., in lane order.
 ZI double lanesum(double t, __m128d v) {
@@ -50,35 +51,23 @@ ZI float lanesum(float t, __m256 v) {
 
 // ---- complex loads, stores, broadcasts, products ---------------------------
 
-ZI __m256 ld(LV, const c32* p) { return _mm256_loadu_ps(&p->re); }
 ZI __m128 ld(LH, const c32* p) { return _mm_loadu_ps(&p->re); }
-ZI __m128 ld(LS, const c32* p) {
-    return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
-}
-ZI __m256d ld(LV, const c64* p) { return _mm256_loadu_pd(&p->re); }
 ZI __m128d ld(LH, const c64* p) { return _mm_loadu_pd(&p->re); }
-ZI __m128d ld(LS, const c64* p) { return _mm_loadu_pd(&p->re); }
 
-ZI void st(LV, c32* p, __m256 v) { _mm256_storeu_ps(&p->re, v); }
 ZI void st(LH, c32* p, __m128 v) { _mm_storeu_ps(&p->re, v); }
+// movlps, where the single lane kind stores by movq.
 ZI void st(LS, c32* p, __m128 v) { _mm_storel_pi(reinterpret_cast<__m64*>(p), v); }
-ZI void st(LV, c64* p, __m256d v) { _mm256_storeu_pd(&p->re, v); }
 ZI void st(LH, c64* p, __m128d v) { _mm_storeu_pd(&p->re, v); }
-ZI void st(LS, c64* p, __m128d v) { _mm_storeu_pd(&p->re, v); }
 
 // Real and imaginary part of *p in every lane.
 ZI __m256 bre(LV, const c32* p) { return _mm256_set1_ps(p->re); }
 ZI __m256 bim(LV, const c32* p) { return _mm256_set1_ps(p->im); }
 ZI __m128 bre(LH, const c32* p) { return _mm_set1_ps(p->re); }
 ZI __m128 bim(LH, const c32* p) { return _mm_set1_ps(p->im); }
-ZI __m128 bre(LS, const c32* p) { return _mm_set1_ps(p->re); }
-ZI __m128 bim(LS, const c32* p) { return _mm_set1_ps(p->im); }
 ZI __m256d bre(LV, const c64* p) { return _mm256_set1_pd(p->re); }
 ZI __m256d bim(LV, const c64* p) { return _mm256_set1_pd(p->im); }
 ZI __m128d bre(LH, const c64* p) { return _mm_set1_pd(p->re); }
 ZI __m128d bim(LH, const c64* p) { return _mm_set1_pd(p->im); }
-ZI __m128d bre(LS, const c64* p) { return _mm_set1_pd(p->re); }
-ZI __m128d bim(LS, const c64* p) { return _mm_set1_pd(p->im); }
 
 // Pairs swapped: (re, im) -> (im, re).
 ZI __m256 swp(__m256 v) { return _mm256_permute_ps(v, 0xB1); }

@@ -1,7 +1,5 @@
-// The GEMV drivers and exports of branches 4 and 5.
-// Included inside the namespace of branch 4 and of branch 5, after that
-// branch's own primitives, which is where the two branches differ; they
-// share this text. No include guard.
+// The GEMV kernels that branches 4 and 5 export to their dispatch tables.
+// Included by ssse3.inl inside the branch namespace; no include guard.
 template <> void gemv<float>(const char* trans, const int* pm, const int* pn, const float* palpha, const float* a,
            const int* plda, const float* x, const int* pincx, const float* pbeta, float* y,
            const int* pincy) {
@@ -30,12 +28,12 @@ template <> void gemv<float>(const char* trans, const int* pm, const int* pn, co
     int j = 0;
     if (incx == 1) {
         for (; j + 4 <= n; j += 4)
-            s_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
-        for (; j < n; ++j) s_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+            t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+        for (; j < n; ++j) t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
     } else {
         for (; j + 4 <= n; j += 4)
-            s_t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
-        for (; j < n; ++j) s_t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+            t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+        for (; j < n; ++j) t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
     }
 }
 
@@ -74,20 +72,20 @@ template <> void gemv<double>(const char* trans, const int* pm, const int* pn, c
     y += vec_start(n, incy);
     int j = 0;
     if (incx == 1 && incy == 1) {
-        for (; j + 4 <= n; j += 4) d_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+        for (; j + 4 <= n; j += 4) t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
         if (n - j >= 2) {
-            d_t_block<2, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+            t_block<2, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
             j += 2;
         }
-        if (j < n) d_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
+        if (j < n) t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j, 1);
     } else if (incx == 1) {
         for (; j + 4 <= n; j += 4)
-            d_t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
-        for (; j < n; ++j) d_t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+            t_block<4, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
+        for (; j < n; ++j) t_block<1, true>(m, alpha, a + j * lda, lda, x, 1, y + j * iy, iy);
     } else {
         for (; j + 4 <= n; j += 4)
-            d_t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
-        for (; j < n; ++j) d_t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+            t_block<4, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
+        for (; j < n; ++j) t_block<1, false>(m, alpha, a + j * lda, lda, x, ix, y + j * iy, iy);
     }
 }
 
@@ -153,8 +151,8 @@ template <> void gemv<c32>(const char* trans, const int* pm, const int* pn, cons
     const int m = *pm, n = *pn;
     if (m <= 0 || n <= 0) return;
     const float ar = palpha->re, ai = palpha->im;
-    const bool azero = ar == 0.0f && ai == 0.0f;
-    const bool bone = pbeta->re == 1.0f && pbeta->im == 0.0f;
+    const bool azero = is_zero(*palpha);
+    const bool bone = is_one(*pbeta);
     if (azero && bone) return;
     const op o = letter(trans);
     const int incx = *pincx, incy = *pincy;
@@ -192,8 +190,8 @@ template <> void gemv<c64>(const char* trans, const int* pm, const int* pn, cons
     const int m = *pm, n = *pn;
     if (m <= 0 || n <= 0) return;
     const double ar = palpha->re, ai = palpha->im;
-    const bool azero = ar == 0.0 && ai == 0.0;
-    const bool bone = pbeta->re == 1.0 && pbeta->im == 0.0;
+    const bool azero = is_zero(*palpha);
+    const bool bone = is_one(*pbeta);
     if (azero && bone) return;
     const op o = letter(trans);
     const int incx = *pincx, incy = *pincy;

@@ -1,8 +1,6 @@
 // GEMV update forms of branches 4 and 5 in S and D for strided vectors,
 // and what follows them.
-// Included inside the namespace of branch 4 and of branch 5, after that
-// branch's own primitives, which is where the two branches differ; they
-// share this text. No include guard.
+// Included by the branch's column-block text; no include guard.
 template <class R>
 void n_strided(int m, int n, R alpha, const R* a, idx lda, const R* x, int incx, R* y, int incy) {
     const idx ix = incx, iy = incy;

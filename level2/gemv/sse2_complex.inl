@@ -1,7 +1,6 @@
-// GEMV column blocks and drivers shared by branches 2 and 3.
-// Included inside the namespace of branch 2 and of branch 3, after that
-// branch's own primitives: the two branches differ only in a few loads and
-// in the complex dot kernel, and share this text. No include guard.
+// GEMV of branches 2 and 3, complex: the Z column blocks and drivers, and
+// the six lower C kernels. Included by sse2.inl inside the branch
+// namespace, after the branch's primitives; no include guard.
 template <int C, bool CONJ>
 GEMV_INLINE void z_dot_any(int m, const c64* a, int lda, const c64* x, int incx,
                            __m128d* t) {
@@ -163,7 +162,7 @@ GEMV_HALF_TUNE void z_n_step(int m, int n, const c64* alpha, const c64* a,
 // ============================================================================
 
 void c_scale(int n, const c32* beta, c32* y, int incy) {
-    const bool zero = beta->re == 0.0f && beta->im == 0.0f;
+    const bool zero = is_zero(*beta);
     if (incy == 1) {
         if (zero) {
             if (n >= 13) {

@@ -1,14 +1,10 @@
-// GEMV kernels shared by branches 2 and 3: the complex single kernels and
-// the real update and dot forms.
-// Included inside the namespace of branch 2 and of branch 3, after that
-// branch's own primitives: the two branches differ only in a few loads and
-// in the complex dot kernel, and share this text. No include guard.
+// GEMV of branches 2 and 3: the complex single moves, the S and D update
+// and dot forms and Z's beta scaling. Included by sse2.inl inside the
+// branch namespace, after the branch's primitives; no include guard.
 
 // One complex single in both halves: the upper lanes repeat the lower ones
 // and raise no flag of their own.
-GEMV_INLINE __m128 c_dup(const c32* p) {
-    return _mm_castpd_ps(_mm_set1_pd(*(const c32_bits*)p));
-}
+GEMV_INLINE __m128 c_dup(const c32* p) { return simd::dup_pair(p); }
 GEMV_INLINE void c_st1(c32* p, __m128 v) { _mm_storel_pi((__m64*)p, v); }
 GEMV_INLINE __m128 c_ld2(const c32* p) { return ldu(&p->re); }
 GEMV_INLINE __m128 c_gather(const c32* p, const c32* q) {
@@ -360,6 +356,21 @@ void s_scale(int n, float b, float* y, int incy) {
     if (n) *y = *y * b;
 }
 
+// The last r < 8 rows, straight-line in row order: row() once for each.
+template <class F>
+GEMV_INLINE void rows_upto7(int r, F&& row) {
+    switch (r) {
+        case 7: row(); [[fallthrough]];
+        case 6: row(); [[fallthrough]];
+        case 5: row(); [[fallthrough]];
+        case 4: row(); [[fallthrough]];
+        case 3: row(); [[fallthrough]];
+        case 2: row(); [[fallthrough]];
+        case 1: row(); [[fallthrough]];
+        default: break;
+    }
+}
+
 struct sx_unit {
     const float* p;
     GEMV_INLINE float at(int i) const { return p[i]; }
@@ -436,31 +447,7 @@ GEMV_INLINE void s_dot(int m, const float* a, int lda, X x, float* t) {
     // More than 7 left only when the vector loop could not run.
     for (; r >= 8; r -= 8)
         for (int q = 0; q < 8; ++q, ++i) s_dot_row<C>(i, a, lda, x, t);
-    switch (r) {
-        case 7:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 6:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 5:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 4:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 3:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 2:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        case 1:
-            s_dot_row<C>(i++, a, lda, x, t);
-            [[fallthrough]];
-        default:
-            break;
-    }
+    rows_upto7(r, [&]() GEMV_INLINE_LAMBDA { s_dot_row<C>(i++, a, lda, x, t); });
 }
 
 template <bool UNIT, class X>
@@ -518,31 +505,7 @@ GEMV_INLINE void s_upd(int m, const float* a, int lda, const float* x, float al,
     }
     for (; r >= 8; r -= 8)
         for (int q = 0; q < 8; ++q, ++i) s_row<C>(i, a, lda, ts, y);
-    switch (r) {
-        case 7:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 6:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 5:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 4:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 3:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 2:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        case 1:
-            s_row<C>(i++, a, lda, ts, y);
-            [[fallthrough]];
-        default:
-            break;
-    }
+    rows_upto7(r, [&]() GEMV_INLINE_LAMBDA { s_row<C>(i++, a, lda, ts, y); });
 }
 
 __attribute__((noinline)) void s_n_unit(int m, int n, float al, const float* a,
@@ -583,7 +546,7 @@ __attribute__((noinline)) void s_n_step(int m, int n, float al, const float* a,
 
 // y * beta, beta != 1, both parts tested by the caller.
 GEMV_HALF_TUNE void z_scale(int n, const c64* beta, c64* y, int incy) {
-    const bool zero = beta->re == 0.0 && beta->im == 0.0;
+    const bool zero = is_zero(*beta);
     if (incy == 1) {
         if (zero) {
             if (n >= 7) {

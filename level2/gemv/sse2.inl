@@ -1,8 +1,12 @@
-// GEMV kernels, branch 2: SSE2 only, 128-bit vectors, no fused multiply-add,
-// so every product is rounded before it is added.  There is no addsub and no
-// movddup: broadcasts are shuffles, and the complex add-subtract is a sign
-// mask and an add, the mask applied once to the scalar instead of to every
-// product.  Scalars run on SSE too (-mfpmath=sse), rounded like the vectors.
+// GEMV of the SSE2 and SSE3 branches (2 and 3): 128-bit vectors, no fused
+// multiply-add, so every product is rounded before it is added.
+//
+// Branch 2 has no addsub and no movddup: broadcasts are shuffles, and the
+// complex add-subtract is a sign mask and an add, the mask applied once to
+// the scalar instead of to every product.  Branch 3 brings movddup,
+// movsldup/movshdup for the broadcasts, addsubps/addsubpd for the complex
+// product and lddqu for unaligned single loads.  Scalars run on SSE too
+// (-mfpmath=sse), rounded like the vectors.
 //
 // Register budget: 8 xmm registers in 32-bit mode.  Where the scalars of a
 // block do not fit next to its accumulators (D eight columns, Z four) they
@@ -19,25 +23,22 @@
 // Not-transposed sums are left-to-right chains y + t0*a0 + t1*a1 + ... in
 // every path, peel and tail included, so a row's result does not depend on
 // where the row falls.
-#include <cstdint>
-#include <cstring>
-#include <immintrin.h>
-
-#include "level2/kernels.h"
-
-namespace zva::b2 {
+namespace zva::ZVA_NS {
 namespace {
 
 // Generic tuning fuses a pair of 64-bit loads into one movupd, which the
-// SSE2-only cores of this branch (Pentium 4, K8) run slower than two halves
-// (above all across a cache line).  The D and Z loops are tuned for those
-// cores; no instruction set changes.  Their helpers are always_inline to
-// cross the tuning boundary.
+// SSE2-only cores of branch 2 (Pentium 4, K8) and the Prescott-class cores
+// of branch 3 run slower than two halves (above all across a cache line).
+// The D and Z loops are tuned for those cores; no instruction set changes.
+// Their helpers are always_inline to cross the tuning boundary.
+#if ZVA_BRANCH == 2
 #define GEMV_HALF_TUNE __attribute__((target("tune=pentium4"), noinline))
-#define GEMV_INLINE __attribute__((always_inline)) inline
+#else
+#define GEMV_HALF_TUNE __attribute__((target("tune=nocona"), noinline))
+#endif
 
-// A complex single seen as one 64-bit unit; c32 arrays may be only 4-aligned.
-typedef double c32_bits __attribute__((may_alias, aligned(4)));
+#define GEMV_INLINE __attribute__((always_inline)) inline
+#define GEMV_INLINE_LAMBDA __attribute__((always_inline))
 
 GEMV_INLINE bool aligned16(const void* p) { return ((uintptr_t)p & 15) == 0; }
 
@@ -75,10 +76,17 @@ GEMV_INLINE void st2(double* p, __m128d v) {
     }
 }
 
+#if ZVA_BRANCH == 2
 GEMV_INLINE __m128 ldu(const float* p) { return _mm_loadu_ps(p); }
+#else
+GEMV_INLINE __m128 ldu(const float* p) {
+    return _mm_castsi128_ps(_mm_lddqu_si128((const __m128i*)p));
+}
+#endif
 
 // ---- Complex products ------------------------------------------------------
 //
+#if ZVA_BRANCH == 2
 // Every product is a*re + swap(a)*im with the signs in the scalars:
 //   a * s:        re = (sr, sr),  im = (-si, si)
 //                 (ar*sr + -(ai*si), ai*sr + ar*si)
@@ -133,8 +141,60 @@ GEMV_INLINE void cscal(__m128 s, __m128& re, __m128& im) {
     else
         im = _mm_xor_ps(im, _mm_set_ps(0.0f, -0.0f, 0.0f, -0.0f));
 }
-#include "level2/gemv23_kernels.h"
+#else
+// a * s for a complex scalar s given as re = (sr, sr), im = (si, si):
+//   (ar*sr - ai*si, ai*sr + ar*si)
+// conj(a) * s takes re = (-sr, -sr), im = (si, si), the sign of A's imaginary
+// part folded into the scalar:
+//   (ai*si + ar*sr, ar*si - ai*sr)
+// Both are the swapped-pair multiply and one addsub.
 
+// s is a with its halves swapped.
+template <bool CONJ>
+GEMV_INLINE __m128d zprod_s(__m128d a, __m128d s, __m128d re, __m128d im) {
+    if (CONJ) return _mm_addsub_pd(_mm_mul_pd(s, im), _mm_mul_pd(a, re));
+    return _mm_addsub_pd(_mm_mul_pd(a, re), _mm_mul_pd(s, im));
+}
+template <bool CONJ>
+GEMV_INLINE __m128d zprod(__m128d a, __m128d re, __m128d im) {
+    return zprod_s<CONJ>(a, _mm_shuffle_pd(a, a, 1), re, im);
+}
+// With an element of A: unaligned, the swapped pair comes from its own two
+// half loads instead of a shuffle, which also spares a register.
+template <bool CONJ, bool AL>
+GEMV_INLINE __m128d zprod_at(const c64* p, __m128d re, __m128d im) {
+    if (AL) return zprod<CONJ>(_mm_load_pd(&p->re), re, im);
+    return zprod_s<CONJ>(_mm_set_pd(p->im, p->re), _mm_set_pd(p->re, p->im), re,
+                         im);
+}
+template <bool CONJ>
+GEMV_INLINE void zscal(const c64* s, __m128d& re, __m128d& im) {
+    re = _mm_loaddup_pd(&s->re);
+    im = _mm_loaddup_pd(&s->im);
+    if (CONJ) re = _mm_xor_pd(re, _mm_set1_pd(-0.0));
+}
+GEMV_INLINE void zscal_reg(__m128d s, __m128d& re, __m128d& im) {
+    re = _mm_unpacklo_pd(s, s);
+    im = _mm_unpackhi_pd(s, s);
+}
+
+template <bool CONJ>
+GEMV_INLINE __m128 cprod(__m128 a, __m128 re, __m128 im) {
+    const __m128 s = _mm_shuffle_ps(a, a, 0xb1);
+    if (CONJ) return _mm_addsub_ps(_mm_mul_ps(s, im), _mm_mul_ps(a, re));
+    return _mm_addsub_ps(_mm_mul_ps(a, re), _mm_mul_ps(s, im));
+}
+// Two complex scalars (one per 64-bit lane) split into re and im vectors.
+template <bool CONJ>
+GEMV_INLINE void cscal(__m128 s, __m128& re, __m128& im) {
+    re = _mm_moveldup_ps(s);
+    im = _mm_movehdup_ps(s);
+    if (CONJ) re = _mm_xor_ps(re, _mm_set1_ps(-0.0f));
+}
+#endif
+#include "level2/gemv/sse2_real.inl"
+
+#if ZVA_BRANCH == 2
 // The dot form turns the product around: x is the vector and A's parts are
 // broadcast.  Per row X = (xr, xi) and Xs, X swapped with the sign folded in:
 //   a * x:        Xs = (-xi, xr)  ->  (ar*xr + -(ai*xi), ar*xi + ai*xr)
@@ -179,7 +239,28 @@ GEMV_INLINE void z_dot(int m, const c64* a, int lda, const c64* x, int incx,
     }
 }
 
-#include "level2/gemv23_drivers.h"
+#else
+// t[k] = sum over rows of op(a[i, k]) * x[i], in row order: a 16-byte
+// element fills the vector, so t itself is the accumulator and no peel is
+// needed; the columns share A's alignment.
+template <int C, bool CONJ, bool AL>
+GEMV_INLINE void z_dot(int m, const c64* a, int lda, const c64* x, int incx,
+                       __m128d* t) {
+    __m128d re, im;
+    zscal<CONJ>(x, re, im);
+#pragma GCC unroll 8
+    for (int k = 0; k < C; ++k) t[k] = zprod_at<CONJ, AL>(&a[k * lda], re, im);
+    for (int i = 1; i < m; ++i) {
+        zscal<CONJ>(x + i * incx, re, im);
+#pragma GCC unroll 8
+        for (int k = 0; k < C; ++k)
+            t[k] =
+                _mm_add_pd(t[k], zprod_at<CONJ, AL>(&a[k * lda + i], re, im));
+    }
+}
+
+#endif
+#include "level2/gemv/sse2_complex.inl"
 }  // namespace
-#include "level2/gemv23_exports.h"
-}  // namespace zva::b2
+#include "level2/gemv/sse2_exports.inl"
+}  // namespace zva::ZVA_NS
