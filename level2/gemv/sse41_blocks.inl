@@ -62,7 +62,7 @@ template <int K>
 // t_block); vec: the last column could be aligned.
 template <int K, bool XU, class Row>
 [[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const float*& xp, idx ix,
-                                            const float* x, const float* c, idx lda, float* t,
+                                            const float*, const float* c, idx lda, float* t,
                                             Row& row) {
     if (vec && m - i >= 4) {
         auto ldx = [&]() {
@@ -187,7 +187,7 @@ template <int K>
 // t_block); vec: the last column could be aligned.
 template <int K, bool XU, class Row>
 [[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const double*& xp, idx ix,
-                                            const double* x, const double* c, idx lda, double* t,
+                                            const double*, const double* c, idx lda, double* t,
                                             Row& row) {
     if (vec && m - i >= 2) {
         auto ldx = [&]() {
