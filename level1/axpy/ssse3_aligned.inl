@@ -1,24 +1,14 @@
-// AXPY for branch 4: SSE up to SSSE3, 128-bit vectors, eight xmm registers
-// in 32-bit code: a pass keeps alpha (complex: ar, ai and the sign mask), the
-// carried x vector of the shifted loops and two or three working vectors.
-// The common part with branch 5 is level1/axpy/phases.inl.
+// AXPY pieces of branch 4 (SSSE3), after the common part in ssse3.inl.
 //
 // These processors pay heavily for unaligned 16-byte moves, so there are
 // none: an x out of phase with y is read by aligned loads joined with
 // palignr (tails too, loading only what lies within x), and a y that cannot
 // be aligned is moved in 8-byte halves. CAXPY sits behind a thin entry;
 // ZAXPY has two kernels of one shape, picked by the micro-architecture.
-#include <immintrin.h>
-
-#include "frame/scalar.h"
-
 #include "frame/cpu.h"
-#include "level1/kernels.h"
 
-namespace zva::b4 {
+namespace zva::ZVA_NS {
 namespace {
-
-#include "level1/axpy/phases.inl"
 
 // The bytes B.. of lo followed by the first B bytes of hi.
 template <int B>
@@ -317,8 +307,6 @@ __attribute__((noinline)) void zaxpy_kernel(const int* pn, const c64* palpha, co
 
 }  // namespace
 
-#include "level1/axpy/phases_entries.inl"
-
 template <> void axpy<c32>(const int* n, const c32* alpha, const c32* x, const int* incx, c32* y,
            const int* incy) {
     caxpy_kernel(n, alpha, x, incx, y, incy);
@@ -332,4 +320,4 @@ template <> void axpy<c64>(const int* n, const c64* alpha, const c64* x, const i
         zaxpy_kernel<1>(n, alpha, x, incx, y, incy);
 }
 
-}  // namespace zva::b4
+}  // namespace zva::ZVA_NS

@@ -1,19 +1,10 @@
-// AXPY for branch 5: SSE up to SSE4.1, 128-bit vectors, eight xmm registers
-// in 32-bit code: a pass keeps alpha (complex: ar, ai and the sign mask), the
-// carried x vector of the shifted loops and two or three working vectors.
-// The common part with branch 4 is level1/axpy/phases.inl. Here: a shifted
-// x is joined by shufps or palignr and its tails read x unaligned; the
-// complex loops move unaligned operands by movups.
-#include <immintrin.h>
+// AXPY pieces of branch 5 (SSE4.1), after the common part in ssse3.inl.
+//
+// A shifted x is joined by shufps or palignr in the main pass and its tails
+// read x unaligned; the complex loops move unaligned operands by movups.
 
-#include "frame/scalar.h"
-
-#include "level1/kernels.h"
-
-namespace zva::b5 {
+namespace zva::ZVA_NS {
 namespace {
-
-#include "level1/axpy/phases.inl"
 
 // x vector of a loop whose x lies P floats past a 16-byte boundary, from two
 // aligned loads: lanes P..3 of lo, then lanes 0..P-1 of hi. One instruction
@@ -153,8 +144,6 @@ void z_unit(int n, double ar, double ai, const c64* x, c64* y) {
 
 }  // namespace
 
-#include "level1/axpy/phases_entries.inl"
-
 template <> void axpy<c32>(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32* y,
            const int* pincy) {
     const int n = *pn;
@@ -206,4 +195,4 @@ template <> void axpy<c64>(const int* pn, const c64* palpha, const c64* x, const
         _mm_storeu_pd(&y->re, z_step(_mm_loadu_pd(&y->re), _mm_loadu_pd(&x->re), arv, aiv, sg));
 }
 
-}  // namespace zva::b5
+}  // namespace zva::ZVA_NS
