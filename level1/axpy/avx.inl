@@ -24,9 +24,10 @@
 // Elsewhere the single-element code rounds in the order of the vector code,
 // so a result never depends on the path that served it.
 //
-// The branch pieces inside the loops are macros: routed through inline
-// functions or the lane kinds, the compiler swaps operands and turns loop
-// compares around, and the loops must stay as they are.
+// The branch pieces of the kernels, and the general path the two real types
+// share, are macros: routed through inline functions or the lane kinds
+// (even an identity function for alpha), the compiler swaps operands and
+// turns loop compares around, and the loops must stay as they are.
 #if ZVA_BRANCH == 7
 #define AXPY_LOADX_PD(p) _mm256_loadu_pd(p)
 #define AXPY_LOADX_PS(p) _mm256_loadu_ps(p)
@@ -43,13 +44,29 @@
 #define AXPY_ALPHA1_S(a) (a)
 #endif
 
+// General path of the real types: two elements a pass, each stored before
+// the next is read, so incy = 0 accumulates every product into one element
+// in order.
+#define AXPY_REAL_STRIDED(one)     \
+    x += vec_start(n, incx);       \
+    y += vec_start(n, incy);       \
+    int k = n;                     \
+    for (; k >= 2; k -= 2) {       \
+        one(a1, x, y);             \
+        x += incx;                 \
+        y += incy;                 \
+        one(a1, x, y);             \
+        x += incx;                 \
+        y += incy;                 \
+    }                              \
+    if (k) one(a1, x, y)
+
 namespace zva::ZVA_NS {
 namespace {
 
 // Real singles: branch 7 keeps alpha in the low lane of a register
 // (AXPY_ALPHA1_*) for the fused step; branch 6 rounds product and sum apart.
 #if ZVA_BRANCH == 7
-
 inline void d_one(__m128d a, const double* x, double* y) {
     _mm_store_sd(y, _mm_fmadd_sd(a, _mm_load_sd(x), _mm_load_sd(y)));
 }
@@ -58,7 +75,6 @@ inline void s_one(__m128 a, const float* x, float* y) {
     _mm_store_ss(y, _mm_fmadd_ss(a, _mm_load_ss(x), _mm_load_ss(y)));
 }
 #else
-
 inline void d_one(double a, const double* x, double* y) { *y = *y + a * *x; }
 
 inline void s_one(float a, const float* x, float* y) { *y = *y + a * *x; }
@@ -161,20 +177,7 @@ template <> void axpy<double>(const int* pn, const double* palpha, const double*
         return;
     }
 
-    // Strided: each element is stored before the next is read, so incy = 0
-    // accumulates every product into one element in order.
-    x += vec_start(n, incx);
-    y += vec_start(n, incy);
-    int k = n;
-    for (; k >= 2; k -= 2) {
-        d_one(a1, x, y);
-        x += incx;
-        y += incy;
-        d_one(a1, x, y);
-        x += incx;
-        y += incy;
-    }
-    if (k) d_one(a1, x, y);
+    AXPY_REAL_STRIDED(d_one);
 }
 
 template <> void axpy<float>(const int* pn, const float* palpha, const float* x, const int* pincx, float* y,
@@ -211,18 +214,7 @@ template <> void axpy<float>(const int* pn, const float* palpha, const float* x,
         return;
     }
 
-    x += vec_start(n, incx);
-    y += vec_start(n, incy);
-    int k = n;
-    for (; k >= 2; k -= 2) {
-        s_one(a1, x, y);
-        x += incx;
-        y += incy;
-        s_one(a1, x, y);
-        x += incx;
-        y += incy;
-    }
-    if (k) s_one(a1, x, y);
+    AXPY_REAL_STRIDED(s_one);
 }
 
 template <> void axpy<c32>(const int* pn, const c32* palpha, const c32* x, const int* pincx, c32* y,
@@ -367,3 +359,4 @@ template <> void axpy<c64>(const int* pn, const c64* palpha, const c64* x, const
 #undef AXPY_MADD_PS
 #undef AXPY_ALPHA1_D
 #undef AXPY_ALPHA1_S
+#undef AXPY_REAL_STRIDED

@@ -1,100 +1,20 @@
-// AXPY kernels, branch 3: SSE3, 128-bit vectors, 8 xmm registers in 32-bit
-// mode.  SSE3 gives movddup for the broadcasts, addsubps/addsubpd for the
-// complex product and lddqu for unaligned loads.  No fused multiply-add:
-// every product is rounded before it is added.
-#include <cstdint>
-#include <cstring>
-#include <immintrin.h>
+// SAXPY, CAXPY and ZAXPY of branch 3 (SSE3), after DAXPY in sse2.inl.
+// SSE3 gives movddup for the broadcasts, addsubps/addsubpd for the complex
+// product and lddqu for unaligned loads.
+namespace zva::ZVA_NS {
 
-#include "level1/kernels.h"
+// ---- SAXPY -------------------------------------------------------------
 
-namespace zva::b3 {
 namespace {
 
 // A complex single as one 64-bit unit; c32 arrays may be only 4-aligned.
 typedef double c32_bits __attribute__((may_alias, aligned(4)));
-
-#include "level1/axpy/sse2.inl"
 
 // lddqu: on the Prescott-class cores of this branch it avoids the
 // cache-line split penalty of movups; elsewhere it is a plain unaligned load.
 inline __m128 load_split(const float* p) {
     return _mm_castsi128_ps(_mm_lddqu_si128((const __m128i*)p));
 }
-
-// ---- DAXPY -------------------------------------------------------------
-
-// x and y 16-aligned; 16 a pass, then at most one block of 8, 4, 2, 1.
-void d_unit(int n, const double* alpha, const double* x, double* y) {
-    const __m128d va = _mm_loaddup_pd(alpha);
-    for (; n >= 16; n -= 16, x += 16, y += 16) {
-        d_vec4(x, y, va);
-        d_vec4(x + 8, y + 8, va);
-    }
-    if (n & 8) {
-        d_vec4(x, y, va);
-        x += 8;
-        y += 8;
-    }
-    if (n & 4) {
-        __m128d x0 = _mm_load_pd(x), x1 = _mm_load_pd(x + 2);
-        x0 = _mm_add_pd(_mm_load_pd(y), _mm_mul_pd(x0, va));
-        x1 = _mm_add_pd(_mm_load_pd(y + 2), _mm_mul_pd(x1, va));
-        _mm_store_pd(y, x0);
-        _mm_store_pd(y + 2, x1);
-        x += 4;
-        y += 4;
-    }
-    if (n & 2) {
-        _mm_store_pd(y, _mm_add_pd(_mm_load_pd(y),
-                                   _mm_mul_pd(_mm_load_pd(x), va)));
-        x += 2;
-        y += 2;
-    }
-    if (n & 1) y[0] = y[0] + x[0] * *alpha;
-}
-
-}  // namespace
-
-template <> void axpy<double>(const int* n_, const double* alpha, const double* x,
-           const int* incx_, double* y, const int* incy_) {
-    int n = *n_;
-    if (n <= 0) return;
-    const double a = *alpha;
-    if (zero_bits(a)) return;
-    const int incx = *incx_, incy = *incy_;
-
-    if (incx == 1 && incy == 1) {
-        const uintptr_t px = (uintptr_t)x & 15, py = (uintptr_t)y & 15;
-        if (px == 0 && py == 0) {
-            d_unit(n, alpha, x, y);
-            return;
-        }
-        if (px == 8 && py == 8) {
-            y[0] = y[0] + x[0] * a;
-            d_unit(n - 1, alpha, x + 1, y + 1);
-            return;
-        }
-        // Phases differ: no vector code for it, the strided loop serves.
-    }
-
-    x += vec_start(n, incx);
-    y += vec_start(n, incy);
-    // Each element is stored before the next is read: incy = 0 sums in order.
-    for (; n >= 2; n -= 2) {
-        y[0] = y[0] + x[0] * a;
-        x += incx;
-        y += incy;
-        y[0] = y[0] + x[0] * a;
-        x += incx;
-        y += incy;
-    }
-    if (n) y[0] = y[0] + x[0] * a;
-}
-
-// ---- SAXPY -------------------------------------------------------------
-
-namespace {
 
 void s_singles(int n, float a, const float* x, float* y) {
     for (int i = 0; i < n; ++i) y[i] = y[i] + x[i] * a;
@@ -316,4 +236,4 @@ template <> void axpy<c64>(const int* n_, const c64* alpha, const c64* x, const 
                       _mm_add_pd(_mm_loadu_pd(&y->re), z_prod(x, va, vas)));
 }
 
-}  // namespace zva::b3
+}  // namespace zva::ZVA_NS

@@ -1,91 +1,7 @@
-// AXPY kernels, branch 2: SSE2, 128-bit vectors, 8 xmm registers in 32-bit
-// mode.  No fused multiply-add: every product is rounded before it is added.
+// SAXPY, CAXPY and ZAXPY of branch 2 (SSE2), after DAXPY in sse2.inl.
 // The scalar parts of SAXPY and CAXPY run on the x87 unit; their sums keep
 // the x87 register width until the store rounds them to float.
-#include <cstdint>
-#include <cstring>
-#include <immintrin.h>
-
-#include "level1/kernels.h"
-
-namespace zva::b2 {
-namespace {
-
-#include "level1/axpy/sse2.inl"
-
-// ---- DAXPY -------------------------------------------------------------
-
-// x and y 16-aligned; 16 a pass, then at most one block of 8, 4, 2, 1.
-void d_unit(int n, double a, const double* x, double* y) {
-    const __m128d va = _mm_set1_pd(a);
-    for (; n >= 16; n -= 16, x += 16, y += 16) {
-        d_vec4(x, y, va);
-        d_vec4(x + 8, y + 8, va);
-    }
-    if (n & 8) {
-        d_vec4(x, y, va);
-        x += 8;
-        y += 8;
-    }
-    if (n & 4) {
-        __m128d x0 = _mm_load_pd(x), x1 = _mm_load_pd(x + 2);
-        x0 = _mm_add_pd(_mm_load_pd(y), _mm_mul_pd(x0, va));
-        x1 = _mm_add_pd(_mm_load_pd(y + 2), _mm_mul_pd(x1, va));
-        _mm_store_pd(y, x0);
-        _mm_store_pd(y + 2, x1);
-        x += 4;
-        y += 4;
-    }
-    if (n & 2) {
-        _mm_store_pd(y, _mm_add_pd(_mm_load_pd(y),
-                                   _mm_mul_pd(_mm_load_pd(x), va)));
-        x += 2;
-        y += 2;
-    }
-    if (n & 1) y[0] = y[0] + x[0] * a;
-}
-
-}  // namespace
-
-template <> void axpy<double>(const int* n_, const double* alpha, const double* x,
-           const int* incx_, double* y, const int* incy_) {
-    int n = *n_;
-    if (n <= 0) return;
-    const double a = *alpha;
-    if (zero_bits(a)) return;
-    const int incx = *incx_, incy = *incy_;
-
-    // incx*incy = 1 also admits incx = incy = -1: both vectors are then
-    // walked forward from the given pointers, the same pairs as the BLAS
-    // rule.  The product wraps like the machine's; a wrapped 1 needs
-    // |inc| >= 2^30, which only n = 1 can meet, where both paths agree.
-    if ((unsigned)incx * (unsigned)incy == 1u) {
-        const uintptr_t px = (uintptr_t)x & 15, py = (uintptr_t)y & 15;
-        if (px == 0 && py == 0) {
-            d_unit(n, a, x, y);
-            return;
-        }
-        if (px == 8 && py == 8) {
-            y[0] = y[0] + x[0] * a;
-            d_unit(n - 1, a, x + 1, y + 1);
-            return;
-        }
-        // Phases differ: no vector code for it, the strided loop serves.
-    }
-
-    x += vec_start(n, incx);
-    y += vec_start(n, incy);
-    // Each element is stored before the next is read: incy = 0 sums in order.
-    for (; n >= 2; n -= 2) {
-        y[0] = y[0] + x[0] * a;
-        x += incx;
-        y += incy;
-        y[0] = y[0] + x[0] * a;
-        x += incx;
-        y += incy;
-    }
-    if (n) y[0] = y[0] + x[0] * a;
-}
+namespace zva::ZVA_NS {
 
 // ---- SAXPY -------------------------------------------------------------
 
@@ -365,4 +281,4 @@ template <> void axpy<c64>(const int* n_, const c64* alpha, const c64* x, const 
                   incy, var, vai);
 }
 
-}  // namespace zva::b2
+}  // namespace zva::ZVA_NS
