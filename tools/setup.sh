@@ -7,9 +7,9 @@ set -e
 export DEBIAN_FRONTEND=noninteractive
 dpkg --add-architecture i386
 # A mirror in the middle of a sync fails one index now and then: try again.
-for try in 1 2 3; do
+for try in 1 2 3 4 5; do
   if apt-get update -q; then break; fi
-  sleep 5
+  sleep $((10 * try))
 done
 apt-get install -y -q --no-install-recommends \
   cmake make g++ g++-multilib googletest binutils qemu-user \
