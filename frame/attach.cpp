@@ -7,7 +7,10 @@ namespace zva {
 
 alloc_funcs alloc_table = {malloc, calloc, realloc, free};
 
-// The module exports four variables that each hold a function pointer.
+// The module exports four variables that each hold a function pointer.  It
+// is looked for by its bare name through the system's library search
+// (LD_LIBRARY_PATH included), the way a program finds any library it is
+// given; never in the working directory.
 void attach_allocator() {
     alloc_table = {malloc, calloc, realloc, free};
     void* module = plat_load_module("libzmalloc.dll");
@@ -32,8 +35,12 @@ void attach_allocator() {
 
 namespace {
 // The load-time step: choosing the allocator is all the library does before
-// its first call.
-__attribute__((constructor)) void library_attach() { attach_allocator(); }
+// its first call, besides noting where it was loaded from (the message
+// catalogue is looked for there).
+__attribute__((constructor)) void library_attach() {
+    plat_note_library_folder();
+    attach_allocator();
+}
 }  // namespace
 
 }  // namespace zva

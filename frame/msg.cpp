@@ -47,13 +47,18 @@ constexpr int catalogue_size = 1024;
 // No lock: the fatal processor messages are printed with lib_lock held.
 void open_catalogue() {
     if (!__atomic_exchange_n(&first_message, 0, __ATOMIC_ACQ_REL)) return;
+    // Beside the library, never below the working directory.
     char path[64];
     sprintf(path, "%lu/%s", plat_thread_locale(), "zva_msg.dll");
-    void* h = plat_load_module(path);
-    if (h) {
-        catalogue = h;
-        cached_store(no_catalogue, 0);
+    void* h = plat_load_module_beside(path);
+    if (!h) return;
+    // A module without the lookup is no catalogue: closed again.
+    if (!plat_module_symbol(h, "zva_msg_lookup")) {
+        plat_free_module(h);
+        return;
     }
+    catalogue = h;
+    cached_store(no_catalogue, 0);
 }
 
 // A catalogue module offers

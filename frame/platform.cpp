@@ -1,6 +1,7 @@
 #include "frame/platform.h"
 
 #include <dlfcn.h>
+#include <limits.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -20,13 +21,50 @@ uint32_t plat_getenv(const char* name, char* buf, uint32_t size) {
     return len;
 }
 
+namespace {
+
+constexpr size_t path_size = 4096;
+char library_folder[path_size];  // with its final '/', or empty: unknown
+
+// name with ".dll" replaced by ".so", after prefix; false if it does not fit.
+bool host_name(char* out, const char* prefix, const char* name) {
+    const size_t lp = strlen(prefix), ln = strlen(name);
+    if (lp + ln + 4 > path_size) return false;
+    memcpy(out, prefix, lp);
+    memcpy(out + lp, name, ln + 1);
+    char* end = out + lp + ln;
+    if (ln >= 4 && strcmp(end - 4, ".dll") == 0) strcpy(end - 4, ".so");
+    return true;
+}
+
+}  // namespace
+
+// The folder is taken while the library is being loaded: the loader may
+// know it by a relative name, which only the working directory of that
+// moment resolves.
+void plat_note_library_folder() {
+    Dl_info info;
+    char real[PATH_MAX];
+    library_folder[0] = 0;
+    if (!dladdr((void*)&plat_note_library_folder, &info) || !info.dli_fname) return;
+    if (!realpath(info.dli_fname, real)) return;
+    char* slash = strrchr(real, '/');
+    if (!slash || (size_t)(slash - real) + 2 > path_size) return;
+    memcpy(library_folder, real, slash - real + 1);
+    library_folder[slash - real + 1] = 0;
+}
+
 void* plat_load_module(const char* name) {
-    char path[512];
-    size_t len = strlen(name);
-    if (len + 4 > sizeof path) return nullptr;
-    memcpy(path, name, len + 1);
-    if (len >= 4 && strcmp(path + len - 4, ".dll") == 0)
-        strcpy(path + len - 4, ".so");
+    char path[path_size];
+    // A name with a slash would be a path, resolved from the working
+    // directory if relative: only the bare name goes to the search.
+    if (strchr(name, '/') || !host_name(path, "", name)) return nullptr;
+    return dlopen(path, RTLD_NOW | RTLD_LOCAL);
+}
+
+void* plat_load_module_beside(const char* relative) {
+    char path[path_size];
+    if (!library_folder[0] || !host_name(path, library_folder, relative)) return nullptr;
     return dlopen(path, RTLD_NOW | RTLD_LOCAL);
 }
 

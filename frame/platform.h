@@ -12,9 +12,17 @@ namespace zva {
 // is absent, and the needed size without touching buf when it does not fit.
 uint32_t plat_getenv(const char* name, char* buf, uint32_t size);
 
-// Optional modules by their portable name ("libzmalloc.dll"): the host's
-// own suffix replaces ".dll".  Null when the module cannot be loaded.
+// Optional modules by their portable name ("libzmalloc.dll"; the host's own
+// suffix replaces ".dll"), never from the working directory: a directory
+// anyone can write to must not be able to plant code in the caller's
+// process.  plat_load_module takes a bare name and asks the system's
+// library search (LD_LIBRARY_PATH, the loader's cache, the system folders);
+// plat_load_module_beside takes a path below the folder this library was
+// loaded from.  Null when the module cannot be loaded.
 void* plat_load_module(const char* name);
+void* plat_load_module_beside(const char* relative);
+// Notes the folder of this library; called once, while it is being loaded.
+void plat_note_library_folder();
 void* plat_module_symbol(void* module, const char* name);
 void plat_free_module(void* module);
 

@@ -1,5 +1,6 @@
 // The message formatter: the overflow path, reports from several threads at
 // once, and the catalogue looked up under the thread's locale.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <stdio.h>
@@ -109,26 +110,34 @@ TEST(Msg, MessageZeroIsALineFeed) {
 }
 
 // The catalogue is looked up once, at the first message, under the locale
-// number of the reporting thread: "1033/zva_msg.dll" from the working
-// directory.  Its texts replace the table's when they end in CR LF.
+// number of the reporting thread: "1033/zva_msg.dll" in the folder of the
+// library.  Its texts replace the table's when they end in CR LF.  The
+// formatter is loaded here as a module of its own from a folder that has the
+// catalogue beside it.
 TEST(Msg, CatalogueTextsReplaceTheTable) {
     char dir[] = "/tmp/zva_msg_XXXXXX";
     ASSERT_TRUE(mkdtemp(dir));
     std::string sub = std::string(dir) + "/1033";
     ASSERT_EQ(mkdir(sub.c_str(), 0755), 0);
-    std::string cmd = "cp " ZVA_CATALOGUE " " + sub + "/zva_msg.so";
+    std::string cmd = "cp " ZVA_CATALOGUE " " + sub + "/zva_msg.so && cp " ZVA_MSG_PROBE " " + dir;
     ASSERT_EQ(system(cmd.c_str()), 0);
+    static std::string probe;
+    probe = std::string(dir) + strrchr(ZVA_MSG_PROBE, '/');
+    auto run_probe = [] {
+        void* h = dlopen(probe.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (!h) _exit(98);
+        ((void (*)())dlsym(h, "msg_probe"))();
+    };
     int status = 0;
-    std::string out = in_child([] {
-        zva::msg_print(6, 2, 4, "DGEMM ");
-        zva::msg_print(9, 1, "DGEMM ");
-        zva::msg_print(7, 2, 3, "DGEMM ");
-    }, &status, dir);
+    std::string out = in_child(run_probe, &status, "/");
     EXPECT_EQ(out, "Catalogue: parameter 4 of DGEMM .\n"
                    "ZVA ERROR: Incompatible optional parameters on entry to DGEMM .\n"
                    "ZVA INTERNAL ERROR: Condition 3 detected in function DGEMM .\n");
     // Without the catalogue the table speaks.
-    out = in_child([] { zva::msg_print(6, 2, 4, "DGEMM "); }, &status, "/");
-    EXPECT_EQ(out, "ZVA ERROR: Parameter 4 was incorrect on entry to DGEMM .\n");
+    probe = ZVA_MSG_PROBE;
+    out = in_child(run_probe, &status, dir);
+    EXPECT_EQ(out, "ZVA ERROR: Parameter 4 was incorrect on entry to DGEMM .\n"
+                   "ZVA ERROR: Incompatible optional parameters on entry to DGEMM .\n"
+                   "ZVA INTERNAL ERROR: Condition 3 detected in function DGEMM .\n");
     system(("rm -rf " + std::string(dir)).c_str());
 }
