@@ -127,4 +127,6 @@ uint32_t plat_set_thread_affinity(uint32_t mask) {
 
 void plat_yield() { sched_yield(); }
 
+void plat_on_fork_child(void (*fn)()) { pthread_atfork(nullptr, nullptr, fn); }
+
 }  // namespace zva

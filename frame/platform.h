@@ -54,4 +54,7 @@ uint32_t plat_set_thread_affinity(uint32_t mask);
 // Gives up the rest of the time slice.
 void plat_yield();
 
+// Has fn run in the child process after every later fork().
+void plat_on_fork_child(void (*fn)());
+
 }  // namespace zva

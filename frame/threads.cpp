@@ -19,6 +19,14 @@ int thr_omp_num = -1;
 int thr_mpi_per_node = -1;
 int thr_mpi_level = -1;
 
+// A child forked after the process ran parallel regions inherits the OpenMP
+// runtime's record of a thread team whose threads did not come along; the
+// next region would wait for them for ever.  No runtime call can rebuild
+// that team, so from the fork on the child runs every call on its own
+// thread, and so do its own children.  The parent keeps its threads.
+int thr_forked_child = 0;
+void note_fork_child() { thr_forked_child = 1; }
+
 // A value counts when it has 1 to 255 characters.
 bool read_var(const char* name, char* buf) {
     memset(buf, 0, 256);
@@ -111,6 +119,8 @@ void thr_init() {
         lib_lock();
         if (thr_env_pending) {
             read_environment();
+            // Before any region of ours can exist.
+            plat_on_fork_child(note_fork_child);
             cached_store(thr_env_pending, 0);
         }
         lib_unlock();
@@ -123,6 +133,7 @@ void thr_init() {
 
 int thr_max_threads(int domain) {
     thr_init();
+    if (thr_forked_child) return 1;
     if (thr_dynamic_flag != 0 && omp_in_parallel()) return 1;
     int n;
     bool explicit_count = true;
