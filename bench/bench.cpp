@@ -8,6 +8,7 @@
 // fork() without exec also works unchanged under qemu-i386.
 //
 // New operations are rows of the table `ops` below.
+#include <type_traits>
 #include <dlfcn.h>
 #include <errno.h>
 #include <math.h>
@@ -272,6 +273,56 @@ template <class R, char TA, char TB, int K = 0, int C = 1> struct gemm {
     }
 };
 
+// The dot product x.y, conjugated x for the complex rows; C = 2 for complex
+// elements.  buf: x, y; the function value lands in scal[2..3].  Complex
+// functions: zva takes the result slot as its first word and hands it back;
+// the gfortran-ABI peers return a COMPLEX through a hidden first argument
+// that the callee pops (ret $4 on i386), which is how g++ returns
+// __complex__, so the peers are called as returning one.
+template <class R, int C> struct dot {
+    typedef R(STDCALL* zfn)(const int*, const R*, const int*, const R*, const int*);
+    typedef R (*pfn)(const int*, const R*, const int*, const R*, const int*);
+    typedef R*(STDCALL* zcfn)(R*, const int*, const R*, const int*, const R*, const int*);
+    typedef __complex__ double cd;
+    typedef __complex__ float cf;
+    typedef std::conditional_t<sizeof(R) == 8, cd, cf> CR;
+    typedef CR (*pcfn)(const int*, const R*, const int*, const R*, const int*);
+    static size_t len(const Case& c) { return (size_t)c.n * C; }
+    static double flops(double n) { return (C == 1 ? 2.0 : 8.0) * n; }
+    static double bytes(double n) { return 2.0 * n * C * sizeof(R); }  // read x and y
+    static R* out(Case& c) { return (R*)&c.scal[2]; }
+    static bool setup(Case& c) {
+        c.buf[0] = bench_alloc(len(c) * sizeof(R));
+        c.buf[1] = bench_alloc(len(c) * sizeof(R));
+        if (!c.buf[0] || !c.buf[1]) return false;
+        fill((R*)c.buf[0], len(c), 1);
+        fill((R*)c.buf[1], len(c), 2);
+        return true;
+    }
+    static void reset(Case& c) { c.scal[2] = c.scal[3] = 0; }
+    static void call_zva(void* f, Case& c) {
+        const R* x = (R*)c.buf[0];
+        const R* y = (R*)c.buf[1];
+        if constexpr (C == 1) out(c)[0] = ((zfn)f)(&c.n, x, &one, y, &one);
+        else ((zcfn)f)(out(c), &c.n, x, &one, y, &one);
+    }
+    static void call_peer(void* f, Case& c) {
+        const R* x = (R*)c.buf[0];
+        const R* y = (R*)c.buf[1];
+        if constexpr (C == 1) {
+            out(c)[0] = ((pfn)f)(&c.n, x, &one, y, &one);
+        } else {
+            const CR v = ((pcfn)f)(&c.n, x, &one, y, &one);
+            out(c)[0] = __real__ v;
+            out(c)[1] = __imag__ v;
+        }
+    }
+    static void result(const Case& c, const void** o, size_t* nreal) {
+        *o = &c.scal[2];
+        *nreal = C;
+    }
+};
+
 #define ROW(name, type, zsym, psym, max_n, ...)                              \
     {name, type, zsym, psym, __VA_ARGS__::flops, __VA_ARGS__::bytes,         \
      __VA_ARGS__::setup, __VA_ARGS__::reset, __VA_ARGS__::call_zva,          \
@@ -282,6 +333,9 @@ const Op ops[] = {
     ROW("saxpy", 'S', "_SAXPY@24", "saxpy_", 1 << 30, axpy<float, 1>),
     ROW("caxpy", 'C', "_CAXPY@24", "caxpy_", 1 << 30, axpy<float, 2>),
     ROW("zaxpy", 'Z', "_ZAXPY@24", "zaxpy_", 1 << 30, axpy<double, 2>),
+    ROW("ddot", 'D', "_DDOT@20", "ddot_", 1 << 30, dot<double, 1>),
+    ROW("sdot", 'S', "_SDOT@20", "sdot_", 1 << 30, dot<float, 1>),
+    ROW("zdotc", 'Z', "_ZDOTC@24", "zdotc_", 1 << 30, dot<double, 2>),
     ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'N'>),
     ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'T'>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N'>),

@@ -37,14 +37,14 @@ using zva::c64;
     ZVA_SAME(X, DSWAP, 20, DRV, (zva::sig_swap<double>), (not_built), (not_built))                                       \
     ZVA_SAME(X, CSWAP, 20, DRV, (zva::sig_swap<c32>), (not_built), (not_built))                                          \
     ZVA_SAME(X, ZSWAP, 20, DRV, (zva::sig_swap<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, SDOT, 20, DRV, (zva::sig_dot<float>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, DDOT, 20, DRV, (zva::sig_dot<double>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, CDOTC, 24, DRV, (zva::sig_cdot<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZDOTC, 24, DSP, (zva::sig_cdot<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, CDOTU, 24, DSP, (zva::sig_cdot<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZDOTU, 24, DSP, (zva::sig_cdot<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, SDSDOT, 24, DSP, (zva::sig_sdsdot), (not_built), (not_built))                                            \
-    ZVA_SAME(X, DSDOT, 20, DSP, (zva::sig_dsdot), (not_built), (not_built))                                              \
+    ZVA_SAME(X, SDOT, 20, DRV, (zva::sig_dot<float>), (dot<float>), (dot_driver<float>))                                 \
+    ZVA_SAME(X, DDOT, 20, DRV, (zva::sig_dot<double>), (dot<double>), (dot_driver<double>))                              \
+    ZVA_SAME(X, CDOTC, 24, DRV, (zva::sig_cdot<c32>), (dotc<c32>), (cdotc_driver))                                       \
+    ZVA_SAME(X, ZDOTC, 24, DSP, (zva::sig_cdot<c64>), (dotc<c64>), (not_built))                                          \
+    ZVA_SAME(X, CDOTU, 24, DSP, (zva::sig_cdot<c32>), (dotu<c32>), (not_built))                                          \
+    ZVA_SAME(X, ZDOTU, 24, DSP, (zva::sig_cdot<c64>), (dotu<c64>), (not_built))                                          \
+    ZVA_SAME(X, SDSDOT, 24, DSP, (zva::sig_sdsdot), (sdsdot), (not_built))                                               \
+    ZVA_SAME(X, DSDOT, 20, DSP, (zva::sig_dsdot), (dsdot), (not_built))                                                  \
     ZVA_SAME(X, SSCAL, 16, DSP, (zva::sig_scal<float, float>), (not_built), (not_built))                                 \
     ZVA_SAME(X, DSCAL, 16, DSP, (zva::sig_scal<double, double>), (not_built), (not_built))                               \
     ZVA_SAME(X, CSCAL, 16, DSP, (zva::sig_scal<c32, c32>), (not_built), (not_built))                                     \

@@ -120,10 +120,11 @@ TEST(Exports, CalleeRemovesItsWords) {
 
 // A routine whose kernels are not written yet must never return quietly.
 TEST(ExportsDeathTest, UnbuiltRoutinesStopWithTheirName) {
-    typedef double(ZVA_STDCALL * ddot_fn)(const int*, const double*, const int*,
-                                           const double*, const int*);
-    auto ddot = zva_fn<ddot_fn>("_DDOT@20");
-    double x[2] = {1, 2};
+    typedef void(ZVA_STDCALL * dger_fn)(const int*, const int*, const double*, const double*,
+                                         const int*, const double*, const int*, double*,
+                                         const int*);
+    auto dger = zva_fn<dger_fn>("_DGER@36");
+    double x[2] = {1, 2}, a[4] = {};
     int n = 2, one = 1;
-    EXPECT_EXIT(ddot(&n, x, &one, x, &one), testing::KilledBySignal(SIGABRT), "DDOT");
+    EXPECT_EXIT(dger(&n, &n, x, x, &one, x, &one, a, &n), testing::KilledBySignal(SIGABRT), "DGER");
 }
