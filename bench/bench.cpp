@@ -323,6 +323,71 @@ template <class R, int C> struct dot {
     }
 };
 
+// Sparse level 1 in double: nz elements x with ascending one-based indices
+// spread over a vector y of about 4 nz (gaps of 1 to 7).  OpenBLAS and the
+// reference BLAS have no sparse routines, so the peers run the dense
+// routine of the gathered length instead: DAXPY and DDOT on a dense copy of
+// the indexed elements of y, DCOPY from it for GTHR.  They move fewer bytes
+// and read no indices; the ratio says what the indirection costs.  The
+// byte rates count the elements zva's routine touches (x, indx, y).
+// buf: x, indx, y (spread), the dense copy of y's indexed elements.
+// scal[0] alpha, scal[2] a dot's value, scal[3] 0 after zva's call, 1 after
+// a peer's.
+enum sparse_kind { AXPYI, DOTI, GTHR };
+template <sparse_kind K> struct sparse1 {
+    typedef void(STDCALL* zaxpyi)(const int*, const double*, const double*, const int*, double*);
+    typedef double(STDCALL* zdoti)(const int*, const double*, const int*, const double*);
+    typedef void(STDCALL* zgthr)(const int*, const double*, double*, const int*);
+    typedef void (*paxpy)(const int*, const double*, const double*, const int*, double*, const int*);
+    typedef double (*pdot)(const int*, const double*, const int*, const double*, const int*);
+    typedef void (*pcopy)(const int*, const double*, const int*, double*, const int*);
+    static double* x(const Case& c) { return (double*)c.buf[0]; }
+    static int* indx(const Case& c) { return (int*)c.buf[1]; }
+    static double* y(const Case& c) { return (double*)c.buf[2]; }
+    static double* dense(const Case& c) { return (double*)c.buf[3]; }
+    static double flops(double n) { return K == GTHR ? 0 : 2.0 * n; }
+    static double bytes(double n) { return n * (K == AXPYI ? 8 + 4 + 16 : 8 + 4 + 8); }
+    static size_t span(int n) { return 8 * (size_t)n + 8; }
+    static void gather(const Case& c) {
+        for (int i = 0; i < c.n; ++i) dense(c)[i] = y(c)[indx(c)[i] - 1];
+    }
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        c.buf[0] = bench_alloc(n * sizeof(double));
+        c.buf[1] = bench_alloc(n * sizeof(int));
+        c.buf[2] = bench_alloc(span(c.n) * sizeof(double));
+        c.buf[3] = bench_alloc(n * sizeof(double));
+        if (!c.buf[0] || !c.buf[1] || !c.buf[2] || !c.buf[3]) return false;
+        int k = 0;
+        for (size_t i = 0; i < n; ++i) indx(c)[i] = k += 1 + (int)(hash((uint32_t)i, 11) % 7);
+        fill(x(c), n, 1);
+        fill(y(c), span(c.n), 2);
+        gather(c);
+        c.scal[0] = 0.75;
+        return true;
+    }
+    static void reset(Case& c) {
+        if (K == AXPYI) fill(y(c), span(c.n), 2), gather(c);
+        if (K == GTHR) fill(x(c), (size_t)c.n, 9);
+    }
+    static void call_zva(void* f, Case& c) {
+        if (K == AXPYI) ((zaxpyi)f)(&c.n, c.scal, x(c), indx(c), y(c)), c.scal[3] = 0;
+        if (K == DOTI) c.scal[2] = ((zdoti)f)(&c.n, x(c), indx(c), y(c));
+        if (K == GTHR) ((zgthr)f)(&c.n, y(c), x(c), indx(c));
+    }
+    static void call_peer(void* f, Case& c) {
+        if (K == AXPYI) ((paxpy)f)(&c.n, c.scal, x(c), &one, dense(c), &one), c.scal[3] = 1;
+        if (K == DOTI) c.scal[2] = ((pdot)f)(&c.n, x(c), &one, dense(c), &one);
+        if (K == GTHR) ((pcopy)f)(&c.n, dense(c), &one, x(c), &one);
+    }
+    // AXPYI: zva's result is gathered into the dense copy, outside the timing.
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        if (K == AXPYI && c.scal[3] == 0) gather(c);
+        *out = K == AXPYI ? (const void*)dense(c) : K == DOTI ? (const void*)&c.scal[2] : (const void*)x(c);
+        *nreal = K == DOTI ? 1 : (size_t)c.n;
+    }
+};
+
 #define ROW(name, type, zsym, psym, max_n, ...)                              \
     {name, type, zsym, psym, __VA_ARGS__::flops, __VA_ARGS__::bytes,         \
      __VA_ARGS__::setup, __VA_ARGS__::reset, __VA_ARGS__::call_zva,          \
@@ -336,6 +401,10 @@ const Op ops[] = {
     ROW("ddot", 'D', "_DDOT@20", "ddot_", 1 << 30, dot<double, 1>),
     ROW("sdot", 'S', "_SDOT@20", "sdot_", 1 << 30, dot<float, 1>),
     ROW("zdotc", 'Z', "_ZDOTC@24", "zdotc_", 1 << 30, dot<double, 2>),
+    // Sparse rows: the peers run dense DAXPY, DDOT, DCOPY (see sparse1).
+    ROW("daxpyi", 'D', "_DAXPYI@20", "daxpy_", 1 << 27, sparse1<AXPYI>),
+    ROW("ddoti", 'D', "_DDOTI@16", "ddot_", 1 << 27, sparse1<DOTI>),
+    ROW("dgthr", 'D', "_DGTHR@16", "dcopy_", 1 << 27, sparse1<GTHR>),
     ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'N'>),
     ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'T'>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N'>),

@@ -80,30 +80,30 @@ using zva::c64;
     ZVA_SAME(X, SROTMG, 20, DSP, (zva::sig_rotmg<float>), (not_built), (not_built))                                      \
     ZVA_SAME(X, DROTMG, 20, DSP, (zva::sig_rotmg<double>), (not_built), (not_built))                                     \
     /* sparse level 1 */                                                                                                 \
-    ZVA_SAME(X, SAXPYI, 20, DSP, (zva::sig_axpyi<float>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, DAXPYI, 20, DSP, (zva::sig_axpyi<double>), (not_built), (not_built))                                     \
-    ZVA_SAME(X, CAXPYI, 20, DSP, (zva::sig_axpyi<c32>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, ZAXPYI, 20, DSP, (zva::sig_axpyi<c64>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, SDOTI, 16, DSP, (zva::sig_doti<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DDOTI, 16, DSP, (zva::sig_doti<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, CDOTCI, 20, DSP, (zva::sig_cdoti<c32>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, ZDOTCI, 20, DSP, (zva::sig_cdoti<c64>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, CDOTUI, 20, DSP, (zva::sig_cdoti<c32>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, ZDOTUI, 20, DSP, (zva::sig_cdoti<c64>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, SGTHR, 16, DSP, (zva::sig_gthr<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DGTHR, 16, DSP, (zva::sig_gthr<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, CGTHR, 16, DSP, (zva::sig_gthr<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZGTHR, 16, DSP, (zva::sig_gthr<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, SGTHRZ, 16, DSP, (zva::sig_gthrz<float>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, DGTHRZ, 16, DSP, (zva::sig_gthrz<double>), (not_built), (not_built))                                     \
-    ZVA_SAME(X, CGTHRZ, 16, DSP, (zva::sig_gthrz<c32>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, ZGTHRZ, 16, DSP, (zva::sig_gthrz<c64>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, SSCTR, 16, DSP, (zva::sig_sctr<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DSCTR, 16, DSP, (zva::sig_sctr<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, CSCTR, 16, DSP, (zva::sig_sctr<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZSCTR, 16, DSP, (zva::sig_sctr<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, SROTI, 24, DSP, (zva::sig_roti<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DROTI, 24, DSP, (zva::sig_roti<double>), (not_built), (not_built))                                       \
+    ZVA_SAME(X, SAXPYI, 20, DSP, (zva::sig_axpyi<float>), (axpyi<float>), (not_built))                                   \
+    ZVA_SAME(X, DAXPYI, 20, DSP, (zva::sig_axpyi<double>), (axpyi<double>), (not_built))                                 \
+    ZVA_SAME(X, CAXPYI, 20, DSP, (zva::sig_axpyi<c32>), (axpyi<c32>), (not_built))                                       \
+    ZVA_SAME(X, ZAXPYI, 20, DSP, (zva::sig_axpyi<c64>), (axpyi<c64>), (not_built))                                       \
+    ZVA_SAME(X, SDOTI, 16, DSP, (zva::sig_doti<float>), (doti<float>), (not_built))                                      \
+    ZVA_SAME(X, DDOTI, 16, DSP, (zva::sig_doti<double>), (doti<double>), (not_built))                                    \
+    ZVA_SAME(X, CDOTCI, 20, DSP, (zva::sig_cdoti<c32>), (cdoti<c32, true>), (not_built))                                 \
+    ZVA_SAME(X, ZDOTCI, 20, DSP, (zva::sig_cdoti<c64>), (cdoti<c64, true>), (not_built))                                 \
+    ZVA_SAME(X, CDOTUI, 20, DSP, (zva::sig_cdoti<c32>), (cdoti<c32, false>), (not_built))                                \
+    ZVA_SAME(X, ZDOTUI, 20, DSP, (zva::sig_cdoti<c64>), (cdoti<c64, false>), (not_built))                                \
+    ZVA_SAME(X, SGTHR, 16, DSP, (zva::sig_gthr<float>), (gthr<float>), (not_built))                                      \
+    ZVA_SAME(X, DGTHR, 16, DSP, (zva::sig_gthr<double>), (gthr<double>), (not_built))                                    \
+    ZVA_SAME(X, CGTHR, 16, DSP, (zva::sig_gthr<c32>), (gthr<c32>), (not_built))                                          \
+    ZVA_SAME(X, ZGTHR, 16, DSP, (zva::sig_gthr<c64>), (gthr<c64>), (not_built))                                          \
+    ZVA_SAME(X, SGTHRZ, 16, DSP, (zva::sig_gthrz<float>), (gthrz<float>), (not_built))                                   \
+    ZVA_SAME(X, DGTHRZ, 16, DSP, (zva::sig_gthrz<double>), (gthrz<double>), (not_built))                                 \
+    ZVA_SAME(X, CGTHRZ, 16, DSP, (zva::sig_gthrz<c32>), (gthrz<c32>), (not_built))                                       \
+    ZVA_SAME(X, ZGTHRZ, 16, DSP, (zva::sig_gthrz<c64>), (gthrz<c64>), (not_built))                                       \
+    ZVA_SAME(X, SSCTR, 16, DSP, (zva::sig_sctr<float>), (sctr<float>), (not_built))                                      \
+    ZVA_SAME(X, DSCTR, 16, DSP, (zva::sig_sctr<double>), (sctr<double>), (not_built))                                    \
+    ZVA_SAME(X, CSCTR, 16, DSP, (zva::sig_sctr<c32>), (sctr<c32>), (not_built))                                          \
+    ZVA_SAME(X, ZSCTR, 16, DSP, (zva::sig_sctr<c64>), (sctr<c64>), (not_built))                                          \
+    ZVA_SAME(X, SROTI, 24, DSP, (zva::sig_roti<float>), (roti<float>), (not_built))                                      \
+    ZVA_SAME(X, DROTI, 24, DSP, (zva::sig_roti<double>), (roti<double>), (not_built))                                    \
     /* level 2 */                                                                                                        \
     X(SGEMV, 48, CDRV, (zva::sig_gemv<float>), (zva::sig_gemv_k<float>), (gemv<float>), (gemv_driver<float>))            \
     X(DGEMV, 48, CDRV, (zva::sig_gemv<double>), (zva::sig_gemv_k<double>), (gemv<double>), (gemv_driver<double>))        \

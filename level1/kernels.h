@@ -14,3 +14,14 @@ ZVA_IN_EVERY_BRANCH(
     template <class T> sig_cdot<T> dotu;
     sig_sdsdot sdsdot;
     sig_dsdot dsdot;)
+// Sparse level 1 (level1/sparse/): compressed vectors with one-based
+// indices. GTHR and GTHRZ share one gather text, the conjugated and the
+// plain complex dots one dot text (Conj).
+ZVA_IN_EVERY_BRANCH(
+    template <class T> sig_axpyi<T> axpyi;
+    template <class T> sig_doti<T> doti;
+    template <class T, bool Conj> sig_cdoti<T> cdoti;
+    template <class T> sig_gthr<T> gthr;
+    template <class T> sig_gthrz<T> gthrz;
+    template <class T> sig_sctr<T> sctr;
+    template <class T> sig_roti<T> roti;)
