@@ -4,4 +4,6 @@
 #include "frame/signatures.h"
 
 ZVA_IN_EVERY_BRANCH(
-    template <class T> sig_axpy<T> axpy;)
+    template <class T> sig_axpy<T> axpy;
+    template <class T> sig_iamax<T> iamax;
+    template <class T> sig_iamax<T> iamin;)
