@@ -148,7 +148,9 @@ struct pos_pd4 {
         return _mm256_setr_pd(p + o[0], p + o[1], p + o[2], p + o[3]);
     }
     static I add(I a, int w) { return _mm256_add_pd(a, _mm256_set1_pd(w)); }
-    static I sel(V k, I old, I neu) { return _mm256_blendv_pd(neu, old, k); }
+    // Bitwise: given blendv on these doubles, the compiler splits the
+    // select into scalar branches.
+    static I sel(V k, I old, I neu) { return _mm256_or_pd(_mm256_and_pd(k, old), _mm256_andnot_pd(k, neu)); }
     static void spill(V v, I i, double* vb, int* ib) {
         alignas(32) double w[4];
         _mm256_storeu_pd(vb, v);
