@@ -388,6 +388,34 @@ template <sparse_kind K> struct sparse1 {
     }
 };
 
+// Position of the largest |x|, an integer function value.  buf: x, and the
+// position as two reals, its low 10 bits and the rest, so that a difference
+// of one position stands out against the relative tolerance of the check.
+template <class R> struct iamax {
+    typedef int(STDCALL* zfn)(const int*, const R*, const int*);
+    typedef int (*pfn)(const int*, const R*, const int*);
+    static double flops(double n) { return n; }  // one compare per element
+    static double bytes(double n) { return n * sizeof(R); }
+    static bool setup(Case& c) {
+        c.buf[0] = bench_alloc((size_t)c.n * sizeof(R));
+        c.buf[1] = bench_alloc(2 * sizeof(R));
+        if (!c.buf[0] || !c.buf[1]) return false;
+        fill((R*)c.buf[0], (size_t)c.n, 9);
+        return true;
+    }
+    static void reset(Case& c) { ((R*)c.buf[1])[0] = ((R*)c.buf[1])[1] = -1; }
+    static void keep(Case& c, int pos) {
+        ((R*)c.buf[1])[0] = (R)(pos & 1023);
+        ((R*)c.buf[1])[1] = (R)(pos >> 10);
+    }
+    static void call_zva(void* f, Case& c) { keep(c, ((zfn)f)(&c.n, (R*)c.buf[0], &one)); }
+    static void call_peer(void* f, Case& c) { keep(c, ((pfn)f)(&c.n, (R*)c.buf[0], &one)); }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[1];
+        *nreal = 2;
+    }
+};
+
 #define ROW(name, type, zsym, psym, max_n, ...)                              \
     {name, type, zsym, psym, __VA_ARGS__::flops, __VA_ARGS__::bytes,         \
      __VA_ARGS__::setup, __VA_ARGS__::reset, __VA_ARGS__::call_zva,          \
@@ -405,6 +433,7 @@ const Op ops[] = {
     ROW("daxpyi", 'D', "_DAXPYI@20", "daxpy_", 1 << 27, sparse1<AXPYI>),
     ROW("ddoti", 'D', "_DDOTI@16", "ddot_", 1 << 27, sparse1<DOTI>),
     ROW("dgthr", 'D', "_DGTHR@16", "dcopy_", 1 << 27, sparse1<GTHR>),
+    ROW("idamax", 'D', "_IDAMAX@12", "idamax_", 1 << 30, iamax<double>),
     ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'N'>),
     ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'T'>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N'>),

@@ -59,14 +59,14 @@ using zva::c64;
     ZVA_SAME(X, DNRM2, 12, DSP, (zva::sig_asum<double>), (not_built), (not_built))                                       \
     ZVA_SAME(X, SCNRM2, 12, DSP, (zva::sig_asum<c32>), (not_built), (not_built))                                         \
     ZVA_SAME(X, DZNRM2, 12, DSP, (zva::sig_asum<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ISAMAX, 12, DSP, (zva::sig_iamax<float>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, IDAMAX, 12, DSP, (zva::sig_iamax<double>), (not_built), (not_built))                                     \
-    ZVA_SAME(X, ICAMAX, 12, DSP, (zva::sig_iamax<c32>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, IZAMAX, 12, DSP, (zva::sig_iamax<c64>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, ISAMIN, 12, DSP, (zva::sig_iamax<float>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, IDAMIN, 12, DSP, (zva::sig_iamax<double>), (not_built), (not_built))                                     \
-    ZVA_SAME(X, ICAMIN, 12, DSP, (zva::sig_iamax<c32>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, IZAMIN, 12, DSP, (zva::sig_iamax<c64>), (not_built), (not_built))                                        \
+    ZVA_SAME(X, ISAMAX, 12, DSP, (zva::sig_iamax<float>), (iamax<float>), (not_built))                                   \
+    ZVA_SAME(X, IDAMAX, 12, DSP, (zva::sig_iamax<double>), (iamax<double>), (not_built))                                 \
+    ZVA_SAME(X, ICAMAX, 12, DSP, (zva::sig_iamax<c32>), (iamax<c32>), (not_built))                                       \
+    ZVA_SAME(X, IZAMAX, 12, DSP, (zva::sig_iamax<c64>), (iamax<c64>), (not_built))                                       \
+    ZVA_SAME(X, ISAMIN, 12, DSP, (zva::sig_iamax<float>), (iamin<float>), (not_built))                                   \
+    ZVA_SAME(X, IDAMIN, 12, DSP, (zva::sig_iamax<double>), (iamin<double>), (not_built))                                 \
+    ZVA_SAME(X, ICAMIN, 12, DSP, (zva::sig_iamax<c32>), (iamin<c32>), (not_built))                                       \
+    ZVA_SAME(X, IZAMIN, 12, DSP, (zva::sig_iamax<c64>), (iamin<c64>), (not_built))                                       \
     ZVA_SAME(X, SROT, 28, DRV, (zva::sig_rot<float, float>), (not_built), (not_built))                                   \
     ZVA_SAME(X, DROT, 28, DRV, (zva::sig_rot<double, double>), (not_built), (not_built))                                 \
     ZVA_SAME(X, CSROT, 28, DSP, (zva::sig_rot<c32, float>), (not_built), (not_built))                                    \

@@ -25,3 +25,8 @@ ZVA_IN_EVERY_BRANCH(
     template <class T> sig_gthrz<T> gthrz;
     template <class T> sig_sctr<T> sctr;
     template <class T> sig_roti<T> roti;)
+
+// The first position of the largest (smallest) measure.
+ZVA_IN_EVERY_BRANCH(
+    template <class T> sig_iamax<T> iamax;
+    template <class T> sig_iamax<T> iamin;)
