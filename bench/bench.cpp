@@ -179,6 +179,52 @@ template <class R, int C> struct axpy {
     }
 };
 
+// x = alpha x; C = 2 for complex elements.  buf: x.  alpha = -1 keeps the
+// values where they are however many calls a measurement makes.
+template <class R, int C> struct scal {
+    typedef void(STDCALL* zfn)(const int*, const R*, R*, const int*);
+    typedef void (*pfn)(const int*, const R*, R*, const int*);
+    static size_t len(const Case& c) { return (size_t)c.n * C; }
+    static double flops(double n) { return (C == 1 ? 1.0 : 6.0) * n; }
+    static double bytes(double n) { return 2.0 * n * C * sizeof(R); }  // read and write x
+    static R* alpha(Case& c) { return (R*)c.scal; }
+    static bool setup(Case& c) {
+        if (!(c.buf[0] = bench_alloc(len(c) * sizeof(R)))) return false;
+        alpha(c)[0] = (R)-1;
+        if (C == 2) alpha(c)[1] = (R)0;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[0], len(c), 1); }
+    static void call_zva(void* f, Case& c) { ((zfn)f)(&c.n, alpha(c), (R*)c.buf[0], &one); }
+    static void call_peer(void* f, Case& c) { ((pfn)f)(&c.n, alpha(c), (R*)c.buf[0], &one); }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[0];
+        *nreal = len(c);
+    }
+};
+
+// A function value of x (NRM2, ASUM): the result is kept in the case, where
+// the check reads it as an output of one real.  buf: x.
+template <class R, int C> struct reduce {
+    typedef R(STDCALL* zfn)(const int*, const R*, const int*);
+    typedef R (*pfn)(const int*, const R*, const int*);
+    static double flops(double n) { return 2.0 * n * C; }
+    static double bytes(double n) { return n * C * sizeof(R); }
+    static R* value(const Case& c) { return (R*)&c.scal[2]; }
+    static bool setup(Case& c) {
+        if (!(c.buf[0] = bench_alloc((size_t)c.n * C * sizeof(R)))) return false;
+        fill((R*)c.buf[0], (size_t)c.n * C, 1);
+        return true;
+    }
+    static void reset(Case& c) { *value(c) = 0; }
+    static void call_zva(void* f, Case& c) { *value(c) = ((zfn)f)(&c.n, (R*)c.buf[0], &one); }
+    static void call_peer(void* f, Case& c) { *value(c) = ((pfn)f)(&c.n, (R*)c.buf[0], &one); }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = value(c);
+        *nreal = 1;
+    }
+};
+
 // y = alpha op(A) x + beta y on an n x n matrix.  buf: A, x, y.
 template <class R, char T> struct gemv {
     typedef void(STDCALL* zfn)(const char*, int, const int*, const int*, const R*, const R*,
@@ -434,6 +480,10 @@ const Op ops[] = {
     ROW("ddoti", 'D', "_DDOTI@16", "ddot_", 1 << 27, sparse1<DOTI>),
     ROW("dgthr", 'D', "_DGTHR@16", "dcopy_", 1 << 27, sparse1<GTHR>),
     ROW("idamax", 'D', "_IDAMAX@12", "idamax_", 1 << 30, iamax<double>),
+    ROW("dscal", 'D', "_DSCAL@16", "dscal_", 1 << 30, scal<double, 1>),
+    ROW("zscal", 'Z', "_ZSCAL@16", "zscal_", 1 << 30, scal<double, 2>),
+    ROW("dnrm2", 'D', "_DNRM2@12", "dnrm2_", 1 << 30, reduce<double, 1>),
+    ROW("dasum", 'D', "_DASUM@12", "dasum_", 1 << 30, reduce<double, 1>),
     ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'N'>),
     ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'T'>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N'>),

@@ -45,20 +45,20 @@ using zva::c64;
     ZVA_SAME(X, ZDOTU, 24, DSP, (zva::sig_cdot<c64>), (dotu<c64>), (not_built))                                          \
     ZVA_SAME(X, SDSDOT, 24, DSP, (zva::sig_sdsdot), (sdsdot), (not_built))                                               \
     ZVA_SAME(X, DSDOT, 20, DSP, (zva::sig_dsdot), (dsdot), (not_built))                                                  \
-    ZVA_SAME(X, SSCAL, 16, DSP, (zva::sig_scal<float, float>), (not_built), (not_built))                                 \
-    ZVA_SAME(X, DSCAL, 16, DSP, (zva::sig_scal<double, double>), (not_built), (not_built))                               \
-    ZVA_SAME(X, CSCAL, 16, DSP, (zva::sig_scal<c32, c32>), (not_built), (not_built))                                     \
-    ZVA_SAME(X, ZSCAL, 16, DSP, (zva::sig_scal<c64, c64>), (not_built), (not_built))                                     \
-    ZVA_SAME(X, CSSCAL, 16, DSP, (zva::sig_scal<c32, float>), (not_built), (not_built))                                  \
-    ZVA_SAME(X, ZDSCAL, 16, DSP, (zva::sig_scal<c64, double>), (not_built), (not_built))                                 \
-    ZVA_SAME(X, SASUM, 12, DSP, (zva::sig_asum<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DASUM, 12, DSP, (zva::sig_asum<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, SCASUM, 12, DSP, (zva::sig_asum<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, DZASUM, 12, DSP, (zva::sig_asum<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, SNRM2, 12, DSP, (zva::sig_asum<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DNRM2, 12, DSP, (zva::sig_asum<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, SCNRM2, 12, DSP, (zva::sig_asum<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, DZNRM2, 12, DSP, (zva::sig_asum<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSCAL, 16, DSP, (zva::sig_scal<float, float>), (scal<float, float>), (not_built))                        \
+    ZVA_SAME(X, DSCAL, 16, DSP, (zva::sig_scal<double, double>), (scal<double, double>), (not_built))                    \
+    ZVA_SAME(X, CSCAL, 16, DSP, (zva::sig_scal<c32, c32>), (scal<c32, c32>), (not_built))                                \
+    ZVA_SAME(X, ZSCAL, 16, DSP, (zva::sig_scal<c64, c64>), (scal<c64, c64>), (not_built))                                \
+    ZVA_SAME(X, CSSCAL, 16, DSP, (zva::sig_scal<c32, float>), (scal<c32, float>), (not_built))                           \
+    ZVA_SAME(X, ZDSCAL, 16, DSP, (zva::sig_scal<c64, double>), (scal<c64, double>), (not_built))                         \
+    ZVA_SAME(X, SASUM, 12, DSP, (zva::sig_asum<float>), (asum<float>), (not_built))                                      \
+    ZVA_SAME(X, DASUM, 12, DSP, (zva::sig_asum<double>), (asum<double>), (not_built))                                    \
+    ZVA_SAME(X, SCASUM, 12, DSP, (zva::sig_asum<c32>), (asum<c32>), (not_built))                                         \
+    ZVA_SAME(X, DZASUM, 12, DSP, (zva::sig_asum<c64>), (asum<c64>), (not_built))                                         \
+    ZVA_SAME(X, SNRM2, 12, DSP, (zva::sig_asum<float>), (nrm2<float>), (not_built))                                      \
+    ZVA_SAME(X, DNRM2, 12, DSP, (zva::sig_asum<double>), (nrm2<double>), (not_built))                                    \
+    ZVA_SAME(X, SCNRM2, 12, DSP, (zva::sig_asum<c32>), (nrm2<c32>), (not_built))                                         \
+    ZVA_SAME(X, DZNRM2, 12, DSP, (zva::sig_asum<c64>), (nrm2<c64>), (not_built))                                         \
     ZVA_SAME(X, ISAMAX, 12, DSP, (zva::sig_iamax<float>), (iamax<float>), (not_built))                                   \
     ZVA_SAME(X, IDAMAX, 12, DSP, (zva::sig_iamax<double>), (iamax<double>), (not_built))                                 \
     ZVA_SAME(X, ICAMAX, 12, DSP, (zva::sig_iamax<c32>), (iamax<c32>), (not_built))                                       \

@@ -30,3 +30,10 @@ ZVA_IN_EVERY_BRANCH(
 ZVA_IN_EVERY_BRANCH(
     template <class T> sig_iamax<T> iamax;
     template <class T> sig_iamax<T> iamin;)
+
+// SCAL: T the vector, A alpha (CSSCAL: c32 vector, float alpha). NRM2 and
+// ASUM share an argument list but are two families.
+ZVA_IN_EVERY_BRANCH(
+    template <class T, class A> sig_scal<T, A> scal;
+    template <class T> sig_asum<T> asum;
+    template <class T> sig_asum<T> nrm2;)
