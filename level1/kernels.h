@@ -4,4 +4,6 @@
 #include "frame/signatures.h"
 
 ZVA_IN_EVERY_BRANCH(
-    template <class T> sig_axpy<T> axpy;)
+    template <class T> sig_axpy<T> axpy;
+    template <class T> sig_copy<T> copy;
+    template <class T> sig_swap<T> swap;)
