@@ -199,6 +199,34 @@ template <class R, int C> struct scal {
     static void call_peer(void* f, Case& c) { ((pfn)f)(&c.n, alpha(c), (R*)c.buf[0], &one); }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[0];
+// y := x (SWAP: x <-> y); C = 2 for complex elements.  buf: x, y.  SWAP
+// checks y, which holds x's values after one call.
+template <class R, int C, bool SWAP> struct move {
+    typedef void(STDCALL* zfn)(const int*, R*, const int*, R*, const int*);
+    typedef void (*pfn)(const int*, R*, const int*, R*, const int*);
+    static size_t len(const Case& c) { return (size_t)c.n * C; }
+    static double flops(double) { return 0; }
+    // COPY reads x and writes y; SWAP reads and writes both.
+    static double bytes(double n) { return (SWAP ? 4.0 : 2.0) * n * C * sizeof(R); }
+    static bool setup(Case& c) {
+        c.buf[0] = bench_alloc(len(c) * sizeof(R));
+        c.buf[1] = bench_alloc(len(c) * sizeof(R));
+        if (!c.buf[0] || !c.buf[1]) return false;
+        fill((R*)c.buf[0], len(c), 1);
+        return true;
+    }
+    static void reset(Case& c) {
+        fill((R*)c.buf[0], len(c), 1);
+        fill((R*)c.buf[1], len(c), 2);
+    }
+    static void call_zva(void* f, Case& c) {
+        ((zfn)f)(&c.n, (R*)c.buf[0], &one, (R*)c.buf[1], &one);
+    }
+    static void call_peer(void* f, Case& c) {
+        ((pfn)f)(&c.n, (R*)c.buf[0], &one, (R*)c.buf[1], &one);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[1];
         *nreal = len(c);
     }
 };
@@ -484,6 +512,11 @@ const Op ops[] = {
     ROW("zscal", 'Z', "_ZSCAL@16", "zscal_", 1 << 30, scal<double, 2>),
     ROW("dnrm2", 'D', "_DNRM2@12", "dnrm2_", 1 << 30, reduce<double, 1>),
     ROW("dasum", 'D', "_DASUM@12", "dasum_", 1 << 30, reduce<double, 1>),
+    ROW("dcopy", 'D', "_DCOPY@20", "dcopy_", 1 << 30, move<double, 1, false>),
+    ROW("scopy", 'S', "_SCOPY@20", "scopy_", 1 << 30, move<float, 1, false>),
+    ROW("zcopy", 'Z', "_ZCOPY@20", "zcopy_", 1 << 30, move<double, 2, false>),
+    ROW("dswap", 'D', "_DSWAP@20", "dswap_", 1 << 30, move<double, 1, true>),
+    ROW("zswap", 'Z', "_ZSWAP@20", "zswap_", 1 << 30, move<double, 2, true>),
     ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'N'>),
     ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'T'>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N'>),

@@ -29,14 +29,14 @@ using zva::c64;
     ZVA_SAME(X, DAXPY, 24, DRV, (zva::sig_axpy<double>), (axpy<double>), (axpy_driver<double>))                          \
     ZVA_SAME(X, CAXPY, 24, DRV, (zva::sig_axpy<c32>), (axpy<c32>), (axpy_driver<c32>))                                   \
     ZVA_SAME(X, ZAXPY, 24, DRV, (zva::sig_axpy<c64>), (axpy<c64>), (axpy_driver<c64>))                                   \
-    ZVA_SAME(X, SCOPY, 20, DRV, (zva::sig_copy<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DCOPY, 20, DRV, (zva::sig_copy<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, CCOPY, 20, DRV, (zva::sig_copy<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZCOPY, 20, DRV, (zva::sig_copy<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, SSWAP, 20, DRV, (zva::sig_swap<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DSWAP, 20, DRV, (zva::sig_swap<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, CSWAP, 20, DRV, (zva::sig_swap<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZSWAP, 20, DRV, (zva::sig_swap<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, SCOPY, 20, DRV, (zva::sig_copy<float>), (copy<float>), (copy_driver<float>))                             \
+    ZVA_SAME(X, DCOPY, 20, DRV, (zva::sig_copy<double>), (copy<double>), (copy_driver<double>))                          \
+    ZVA_SAME(X, CCOPY, 20, DRV, (zva::sig_copy<c32>), (copy<c32>), (copy_driver<c32>))                                   \
+    ZVA_SAME(X, ZCOPY, 20, DRV, (zva::sig_copy<c64>), (copy<c64>), (copy_driver<c64>))                                   \
+    ZVA_SAME(X, SSWAP, 20, DRV, (zva::sig_swap<float>), (swap<float>), (swap_driver<float>))                             \
+    ZVA_SAME(X, DSWAP, 20, DRV, (zva::sig_swap<double>), (swap<double>), (swap_driver<double>))                          \
+    ZVA_SAME(X, CSWAP, 20, DRV, (zva::sig_swap<c32>), (swap<c32>), (swap_driver<c32>))                                   \
+    ZVA_SAME(X, ZSWAP, 20, DRV, (zva::sig_swap<c64>), (swap<c64>), (swap_driver<c64>))                                   \
     ZVA_SAME(X, SDOT, 20, DRV, (zva::sig_dot<float>), (dot<float>), (dot_driver<float>))                                 \
     ZVA_SAME(X, DDOT, 20, DRV, (zva::sig_dot<double>), (dot<double>), (dot_driver<double>))                              \
     ZVA_SAME(X, CDOTC, 24, DRV, (zva::sig_cdot<c32>), (dotc<c32>), (cdotc_driver))                                       \

@@ -36,5 +36,7 @@ int l1_threads_of(const l1_limits& s, const l1_limits& d, const l1_limits& c, in
 template <class T> void axpy_driver(I n, const T* alpha, const T* x, I incx, T* y, I incy);
 template <class T> T dot_driver(I n, const T* x, I incx, const T* y, I incy);
 c32* cdotc_driver(c32* result, I n, const c32* x, I incx, const c32* y, I incy);
+template <class T> void copy_driver(I n, const T* x, I incx, T* y, I incy);
+template <class T> void swap_driver(I n, T* x, I incx, T* y, I incy);
 
 }  // namespace zva

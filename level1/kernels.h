@@ -37,3 +37,8 @@ ZVA_IN_EVERY_BRANCH(
     template <class T, class A> sig_scal<T, A> scal;
     template <class T> sig_asum<T> asum;
     template <class T> sig_asum<T> nrm2;)
+
+// COPY and SWAP move bits; complex vectors go through the real kernels.
+ZVA_IN_EVERY_BRANCH(
+    template <class T> sig_copy<T> copy;
+    template <class T> sig_swap<T> swap;)
