@@ -199,6 +199,10 @@ template <class R, int C> struct scal {
     static void call_peer(void* f, Case& c) { ((pfn)f)(&c.n, alpha(c), (R*)c.buf[0], &one); }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[0];
+        *nreal = len(c);
+    }
+};
+
 // y := x (SWAP: x <-> y); C = 2 for complex elements.  buf: x, y.  SWAP
 // checks y, which holds x's values after one call.
 template <class R, int C, bool SWAP> struct move {
