@@ -34,5 +34,6 @@ int l1_threads_of(const l1_limits& s, const l1_limits& d, const l1_limits& c, in
 }
 
 template <class T> void axpy_driver(I n, const T* alpha, const T* x, I incx, T* y, I incy);
+template <class T> void rot_driver(I n, T* x, I incx, T* y, I incy, const T* c, const T* s);
 
 }  // namespace zva
