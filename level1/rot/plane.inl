@@ -25,14 +25,15 @@
 namespace zva::ZVA_NS {
 namespace {
 
+// One value in every lane; a broadcast the compiler hoists out of loops.
 template <class V, class T> inline V splat(T a) {
-    if constexpr (sizeof(V) == sizeof(T)) {
-        return a;
-    } else {
-        V v;
-        for (unsigned k = 0; k < sizeof(V) / sizeof(T); ++k) v[k] = a;
-        return v;
-    }
+    if constexpr (sizeof(V) == sizeof(T)) return a;
+    else if constexpr (sizeof(V) == 16 && sizeof(T) == 4) return _mm_set1_ps(a);
+    else if constexpr (sizeof(V) == 16) return _mm_set1_pd(a);
+#if ZVA_BRANCH >= 6
+    else if constexpr (sizeof(T) == 4) return _mm256_set1_ps(a);
+    else return _mm256_set1_pd(a);
+#endif
 }
 template <class V, class T> inline V ldu(const T* p) {
     V v;
@@ -94,7 +95,7 @@ enum aligned_to { none_aligned, y_aligned, both_aligned };
 template <class V, int U, aligned_to A, class T, class Step>
 inline int plane_passes(int i, int n, T* x, T* y, const Step& step) {
     constexpr int W = sizeof(V) / sizeof(T), P = U * W;
-    for (; n - i >= P; i += P) {
+    for (const int last = n - P; i <= last; i += P) {
 #pragma GCC unroll 16
         for (int u = 0; u < P; u += W) {
             V a = A == both_aligned ? lda<V>(x + i + u) : ldu<V>(x + i + u);
