@@ -494,6 +494,39 @@ template <class R> struct iamax {
     }
 };
 
+// Plane rotation of x and y, by c and s (ROT) or by a full H (ROTM, flag
+// -1).  buf: x and y in one block, so that the checked output covers both.
+template <class R, bool M> struct rot {
+    typedef void(STDCALL* zfn)(const int*, R*, const int*, R*, const int*, const R*, const R*);
+    typedef void(STDCALL* zmfn)(const int*, R*, const int*, R*, const int*, const R*);
+    typedef void (*pfn)(const int*, R*, const int*, R*, const int*, const R*, const R*);
+    typedef void (*pmfn)(const int*, R*, const int*, R*, const int*, const R*);
+    static double flops(double n) { return 6.0 * n; }
+    // Read x and y, write both.
+    static double bytes(double n) { return 4.0 * n * sizeof(R); }
+    static R* x(const Case& c) { return (R*)c.buf[0]; }
+    static R* y(const Case& c) { return (R*)c.buf[0] + c.n; }
+    static const R* param() {
+        static const R p[5] = {-1, (R)0.6, (R)-0.8, (R)0.8, (R)0.6};
+        return p;
+    }
+    static bool setup(Case& c) {
+        c.buf[0] = bench_alloc(2 * (size_t)c.n * sizeof(R));
+        return c.buf[0] != nullptr;
+    }
+    static void reset(Case& c) { fill(x(c), 2 * (size_t)c.n, 9); }
+    template <class F, class G> static void call(void* f, Case& c) {
+        if constexpr (M) ((G)f)(&c.n, x(c), &one, y(c), &one, param());
+        else ((F)f)(&c.n, x(c), &one, y(c), &one, &param()[1], &param()[3]);
+    }
+    static void call_zva(void* f, Case& c) { call<zfn, zmfn>(f, c); }
+    static void call_peer(void* f, Case& c) { call<pfn, pmfn>(f, c); }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[0];
+        *nreal = 2 * (size_t)c.n;
+    }
+};
+
 #define ROW(name, type, zsym, psym, max_n, ...)                              \
     {name, type, zsym, psym, __VA_ARGS__::flops, __VA_ARGS__::bytes,         \
      __VA_ARGS__::setup, __VA_ARGS__::reset, __VA_ARGS__::call_zva,          \
@@ -521,6 +554,9 @@ const Op ops[] = {
     ROW("zcopy", 'Z', "_ZCOPY@20", "zcopy_", 1 << 30, move<double, 2, false>),
     ROW("dswap", 'D', "_DSWAP@20", "dswap_", 1 << 30, move<double, 1, true>),
     ROW("zswap", 'Z', "_ZSWAP@20", "zswap_", 1 << 30, move<double, 2, true>),
+    ROW("drot", 'D', "_DROT@28", "drot_", 1 << 30, rot<double, false>),
+    ROW("srot", 'S', "_SROT@28", "srot_", 1 << 30, rot<float, false>),
+    ROW("drotm", 'D', "_DROTM@24", "drotm_", 1 << 30, rot<double, true>),
     ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'N'>),
     ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'T'>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N'>),

@@ -67,18 +67,18 @@ using zva::c64;
     ZVA_SAME(X, IDAMIN, 12, DSP, (zva::sig_iamax<double>), (iamin<double>), (not_built))                                 \
     ZVA_SAME(X, ICAMIN, 12, DSP, (zva::sig_iamax<c32>), (iamin<c32>), (not_built))                                       \
     ZVA_SAME(X, IZAMIN, 12, DSP, (zva::sig_iamax<c64>), (iamin<c64>), (not_built))                                       \
-    ZVA_SAME(X, SROT, 28, DRV, (zva::sig_rot<float, float>), (not_built), (not_built))                                   \
-    ZVA_SAME(X, DROT, 28, DRV, (zva::sig_rot<double, double>), (not_built), (not_built))                                 \
-    ZVA_SAME(X, CSROT, 28, DSP, (zva::sig_rot<c32, float>), (not_built), (not_built))                                    \
-    ZVA_SAME(X, ZDROT, 28, DSP, (zva::sig_rot<c64, double>), (not_built), (not_built))                                   \
-    ZVA_SAME(X, SROTG, 16, DSP, (zva::sig_rotg<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DROTG, 16, DSP, (zva::sig_rotg<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, CROTG, 16, DSP, (zva::sig_rotg<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZROTG, 16, DSP, (zva::sig_rotg<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, SROTM, 24, DSP, (zva::sig_rotm<float>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, DROTM, 24, DSP, (zva::sig_rotm<double>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, SROTMG, 20, DSP, (zva::sig_rotmg<float>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, DROTMG, 20, DSP, (zva::sig_rotmg<double>), (not_built), (not_built))                                     \
+    ZVA_SAME(X, SROT, 28, DRV, (zva::sig_rot<float, float>), (rot<float, float>), (rot_driver<float>))                   \
+    ZVA_SAME(X, DROT, 28, DRV, (zva::sig_rot<double, double>), (rot<double, double>), (rot_driver<double>))              \
+    ZVA_SAME(X, CSROT, 28, DSP, (zva::sig_rot<c32, float>), (rot<c32, float>), (not_built))                              \
+    ZVA_SAME(X, ZDROT, 28, DSP, (zva::sig_rot<c64, double>), (rot<c64, double>), (not_built))                            \
+    ZVA_SAME(X, SROTG, 16, DSP, (zva::sig_rotg<float>), (rotg<float>), (not_built))                                      \
+    ZVA_SAME(X, DROTG, 16, DSP, (zva::sig_rotg<double>), (rotg<double>), (not_built))                                    \
+    ZVA_SAME(X, CROTG, 16, DSP, (zva::sig_rotg<c32>), (rotg<c32>), (not_built))                                          \
+    ZVA_SAME(X, ZROTG, 16, DSP, (zva::sig_rotg<c64>), (rotg<c64>), (not_built))                                          \
+    ZVA_SAME(X, SROTM, 24, DSP, (zva::sig_rotm<float>), (rotm<float>), (not_built))                                      \
+    ZVA_SAME(X, DROTM, 24, DSP, (zva::sig_rotm<double>), (rotm<double>), (not_built))                                    \
+    ZVA_SAME(X, SROTMG, 20, DSP, (zva::sig_rotmg<float>), (rotmg<float>), (not_built))                                   \
+    ZVA_SAME(X, DROTMG, 20, DSP, (zva::sig_rotmg<double>), (rotmg<double>), (not_built))                                 \
     /* sparse level 1 */                                                                                                 \
     ZVA_SAME(X, SAXPYI, 20, DSP, (zva::sig_axpyi<float>), (axpyi<float>), (not_built))                                   \
     ZVA_SAME(X, DAXPYI, 20, DSP, (zva::sig_axpyi<double>), (axpyi<double>), (not_built))                                 \

@@ -41,5 +41,19 @@ template <class T> void swap_driver(I n, T* x, I incx, T* y, I incy) {
 
 ZVA_INSTANTIATE_TYPES(copy_driver)
 ZVA_INSTANTIATE_TYPES(swap_driver)
+// SROT and DROT: every thread rotates its slice of both vectors with the
+// caller's c and s.
+template <class T>
+void rot_driver(I n, T* x, I incx, T* y, I incy, const T* c, const T* s) {
+    constexpr auto point = by_type<T, dp::SROT, dp::DROT, nullptr, nullptr>;
+    const int t = l1_threads_of<T>(l1_rows::srot, l1_rows::drot, l1_rows::drot, 0, n, incx, incy);
+    if (t <= 1) return point(n, x, incx, y, incy, c, s);
+    l1_fork(t, *n, *incx, *incy, [&](int, int, int count, long long ox, long long oy) {
+        point(&count, x + ox, incx, y + oy, incy, c, s);
+    });
+}
+
+template decltype(rot_driver<float>) rot_driver<float>;
+template decltype(rot_driver<double>) rot_driver<double>;
 
 }  // namespace zva

@@ -38,5 +38,6 @@ template <class T> T dot_driver(I n, const T* x, I incx, const T* y, I incy);
 c32* cdotc_driver(c32* result, I n, const c32* x, I incx, const c32* y, I incy);
 template <class T> void copy_driver(I n, const T* x, I incx, T* y, I incy);
 template <class T> void swap_driver(I n, T* x, I incx, T* y, I incy);
+template <class T> void rot_driver(I n, T* x, I incx, T* y, I incy, const T* c, const T* s);
 
 }  // namespace zva

@@ -42,3 +42,11 @@ ZVA_IN_EVERY_BRANCH(
 ZVA_IN_EVERY_BRANCH(
     template <class T> sig_copy<T> copy;
     template <class T> sig_swap<T> swap;)
+
+// Plane rotations: ROT (real c, s; complex x, y for CSROT, ZDROT), ROTM,
+// and the generators ROTG, ROTMG.
+ZVA_IN_EVERY_BRANCH(
+    template <class T, class C> sig_rot<T, C> rot;
+    template <class T> sig_rotm<T> rotm;
+    template <class T> sig_rotg<T> rotg;
+    template <class T> sig_rotmg<T> rotmg;)
