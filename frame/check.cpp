@@ -8,40 +8,6 @@ namespace zva {
 
 namespace {
 
-inline int upper(unsigned char c) { return c >= 'a' && c <= 'z' ? c - 32 : c; }
-
-int arg_int(const uintptr_t* args, int param) { return *(const int*)args[param - 1]; }
-const char* arg_text(const uintptr_t* args, int param) { return (const char*)args[param - 1]; }
-
-bool one_of(const char* option, const char* letters) {
-    for (; *letters; ++letters)
-        if (lsame(option, letters, 1, 1)) return true;
-    return false;
-}
-
-int bound(const check_step& s, const uintptr_t* args) {
-    auto max1 = [](int v) { return v > 1 ? v : 1; };
-    switch (s.bound) {
-        case bnd_max1: return max1(arg_int(args, s.a));
-        case bnd_select:
-            return max1(lsame(arg_text(args, s.sel), &s.letter, 1, 1)
-                            ? arg_int(args, s.a) : arg_int(args, s.b));
-        case bnd_plus1: return arg_int(args, s.a) + 1;
-        case bnd_sum1: return arg_int(args, s.a) + arg_int(args, s.b) + 1;
-    }
-    return 1;
-}
-
-bool fails(const check_step& s, const uintptr_t* args) {
-    switch (s.kind) {
-        case chk_option: return !one_of(arg_text(args, s.param), s.letters);
-        case chk_negative: return arg_int(args, s.param) < 0;
-        case chk_zero: return arg_int(args, s.param) == 0;
-        case chk_ld: return arg_int(args, s.param) < bound(s, args);
-    }
-    return false;
-}
-
 // The public reporter's argument order (name, length, info); the library
 // exports none, so the chain ends here.
 void report(const char* name, int len, const int* info) {
@@ -64,10 +30,6 @@ void report(const char* name, int len, const int* info) {
 
 }  // namespace
 
-int lsame(const char* a, const char* b, int, int) {
-    return upper((unsigned char)*a) == upper((unsigned char)*b);
-}
-
 void xerbla(const char* name, const int* info, int len) { report(name, len, info); }
 
 int err_no_memory(const void* p, const char* tag) {
@@ -81,17 +43,14 @@ int err_no_memory(const void* p, const char* tag) {
 }
 
 int check_run(const check_family& f, point_id routine, const uintptr_t* args) {
-    for (int i = 0; i < f.count; ++i) {
-        if (!fails(f.steps[i], args)) continue;
-        // Routine names are six characters, blank padded: "CHER  ".
-        char name[7] = "      ";
-        const char* r = point_names[routine];
-        memcpy(name, r, strlen(r) < 6 ? strlen(r) : 6);
-        int info = f.steps[i].param;
-        xerbla(name, &info, 6);
-        return 1;
-    }
-    return 0;
+    int info = check_find(f, args);
+    if (!info) return 0;
+    // Routine names are six characters, blank padded: "CHER  ".
+    char name[7] = "      ";
+    const char* r = point_names[routine];
+    memcpy(name, r, strlen(r) < 6 ? strlen(r) : 6);
+    xerbla(name, &info, 6);
+    return 1;
 }
 
 }  // namespace zva

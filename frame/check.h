@@ -40,6 +40,9 @@ struct check_family {
     int count;
 };
 
+// The parameter number of the first fault on the internal list, or 0; prints
+// nothing (frame/check_find.cpp).
+int check_find(const check_family& f, const uintptr_t* args);
 // Runs the steps on the internal list; reports the first fault.
 int check_run(const check_family& f, point_id routine, const uintptr_t* args);
 

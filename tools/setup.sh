@@ -13,4 +13,4 @@ for try in 1 2 3 4 5; do
 done
 apt-get install -y -q --no-install-recommends \
   cmake make g++ g++-multilib googletest binutils qemu-user \
-  libopenblas0-pthread:i386 libblas3:i386
+  gfortran gfortran-multilib libopenblas0-pthread:i386 libblas3:i386
