@@ -15,7 +15,7 @@ namespace zva::blas {
 namespace {
 
 template <class Route> inline auto fortran(const uintptr_t* in) {
-    if constexpr (Route::family != nullptr) {
+    if constexpr (Route::checked) {
         const int p = Route::fault(in);
         Route::forward(in);
         if (p) report_fortran(Route::id, p);
