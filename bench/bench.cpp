@@ -142,7 +142,12 @@ struct Op {
     // The output that is checked, as a count of reals (two per complex).
     void (*result)(const Case&, const void** out, size_t* nreal);
     int max_n;                    // larger sizes are skipped (n x n matrices)
+    int shape;                    // VEC, MV or MM: picks the default sizes
 };
+
+// Operation classes, for the default sizes: vectors of n, n x n matrix
+// times vector, n x n matrix products.
+enum { VEC, MV, MM, NSHAPE };
 
 const int one = 1;
 
@@ -527,66 +532,67 @@ template <class R, bool M> struct rot {
     }
 };
 
-#define ROW(name, type, zsym, psym, max_n, ...)                              \
+#define ROW(name, type, zsym, psym, max_n, shape, ...)                       \
     {name, type, zsym, psym, __VA_ARGS__::flops, __VA_ARGS__::bytes,         \
      __VA_ARGS__::setup, __VA_ARGS__::reset, __VA_ARGS__::call_zva,          \
-     __VA_ARGS__::call_peer, __VA_ARGS__::result, max_n}
+     __VA_ARGS__::call_peer, __VA_ARGS__::result, max_n, shape}
 
 const Op ops[] = {
-    ROW("daxpy", 'D', "_DAXPY@24", "daxpy_", 1 << 30, axpy<double, 1>),
-    ROW("saxpy", 'S', "_SAXPY@24", "saxpy_", 1 << 30, axpy<float, 1>),
-    ROW("caxpy", 'C', "_CAXPY@24", "caxpy_", 1 << 30, axpy<float, 2>),
-    ROW("zaxpy", 'Z', "_ZAXPY@24", "zaxpy_", 1 << 30, axpy<double, 2>),
-    ROW("ddot", 'D', "_DDOT@20", "ddot_", 1 << 30, dot<double, 1>),
-    ROW("sdot", 'S', "_SDOT@20", "sdot_", 1 << 30, dot<float, 1>),
-    ROW("zdotc", 'Z', "_ZDOTC@24", "zdotc_", 1 << 30, dot<double, 2>),
+    ROW("daxpy", 'D', "_DAXPY@24", "daxpy_", 1 << 30, VEC, axpy<double, 1>),
+    ROW("saxpy", 'S', "_SAXPY@24", "saxpy_", 1 << 30, VEC, axpy<float, 1>),
+    ROW("caxpy", 'C', "_CAXPY@24", "caxpy_", 1 << 30, VEC, axpy<float, 2>),
+    ROW("zaxpy", 'Z', "_ZAXPY@24", "zaxpy_", 1 << 30, VEC, axpy<double, 2>),
+    ROW("ddot", 'D', "_DDOT@20", "ddot_", 1 << 30, VEC, dot<double, 1>),
+    ROW("sdot", 'S', "_SDOT@20", "sdot_", 1 << 30, VEC, dot<float, 1>),
+    ROW("zdotc", 'Z', "_ZDOTC@24", "zdotc_", 1 << 30, VEC, dot<double, 2>),
     // Sparse rows: the peers run dense DAXPY, DDOT, DCOPY (see sparse1).
-    ROW("daxpyi", 'D', "_DAXPYI@20", "daxpy_", 1 << 27, sparse1<AXPYI>),
-    ROW("ddoti", 'D', "_DDOTI@16", "ddot_", 1 << 27, sparse1<DOTI>),
-    ROW("dgthr", 'D', "_DGTHR@16", "dcopy_", 1 << 27, sparse1<GTHR>),
-    ROW("idamax", 'D', "_IDAMAX@12", "idamax_", 1 << 30, iamax<double>),
-    ROW("dscal", 'D', "_DSCAL@16", "dscal_", 1 << 30, scal<double, 1>),
-    ROW("zscal", 'Z', "_ZSCAL@16", "zscal_", 1 << 30, scal<double, 2>),
-    ROW("dnrm2", 'D', "_DNRM2@12", "dnrm2_", 1 << 30, reduce<double, 1>),
-    ROW("dasum", 'D', "_DASUM@12", "dasum_", 1 << 30, reduce<double, 1>),
-    ROW("dcopy", 'D', "_DCOPY@20", "dcopy_", 1 << 30, move<double, 1, false>),
-    ROW("scopy", 'S', "_SCOPY@20", "scopy_", 1 << 30, move<float, 1, false>),
-    ROW("zcopy", 'Z', "_ZCOPY@20", "zcopy_", 1 << 30, move<double, 2, false>),
-    ROW("dswap", 'D', "_DSWAP@20", "dswap_", 1 << 30, move<double, 1, true>),
-    ROW("zswap", 'Z', "_ZSWAP@20", "zswap_", 1 << 30, move<double, 2, true>),
-    ROW("drot", 'D', "_DROT@28", "drot_", 1 << 30, rot<double, false>),
-    ROW("srot", 'S', "_SROT@28", "srot_", 1 << 30, rot<float, false>),
-    ROW("drotm", 'D', "_DROTM@24", "drotm_", 1 << 30, rot<double, true>),
-    ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'N'>),
-    ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, gemv<double, 'T'>),
-    ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N'>),
-    ROW("dgemm_nt", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'T'>),
-    ROW("dgemm_tn", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'T', 'N'>),
-    ROW("dgemm_tt", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'T', 'T'>),
-    ROW("dgemm_k64", 'D', "_DGEMM@60", "dgemm_", 2000, gemm<double, 'N', 'N', 64>),
-    ROW("sgemm", 'S', "_SGEMM@60", "sgemm_", 2000, gemm<float, 'N', 'N'>),
-    ROW("sgemm_k64", 'S', "_SGEMM@60", "sgemm_", 2000, gemm<float, 'N', 'N', 64>),
-    ROW("cgemm", 'C', "_CGEMM@60", "cgemm_", 2000, gemm<float, 'N', 'N', 0, 2>),
-    ROW("cgemm_ct", 'C', "_CGEMM@60", "cgemm_", 2000, gemm<float, 'C', 'T', 0, 2>),
-    ROW("cgemm_k64", 'C', "_CGEMM@60", "cgemm_", 2000, gemm<float, 'N', 'N', 64, 2>),
-    ROW("zgemm", 'Z', "_ZGEMM@60", "zgemm_", 2000, gemm<double, 'N', 'N', 0, 2>),
-    ROW("zgemm_ct", 'Z', "_ZGEMM@60", "zgemm_", 2000, gemm<double, 'C', 'T', 0, 2>),
-    ROW("zgemm_k64", 'Z', "_ZGEMM@60", "zgemm_", 2000, gemm<double, 'N', 'N', 64, 2>),
+    ROW("daxpyi", 'D', "_DAXPYI@20", "daxpy_", 1 << 27, VEC, sparse1<AXPYI>),
+    ROW("ddoti", 'D', "_DDOTI@16", "ddot_", 1 << 27, VEC, sparse1<DOTI>),
+    ROW("dgthr", 'D', "_DGTHR@16", "dcopy_", 1 << 27, VEC, sparse1<GTHR>),
+    ROW("idamax", 'D', "_IDAMAX@12", "idamax_", 1 << 30, VEC, iamax<double>),
+    ROW("dscal", 'D', "_DSCAL@16", "dscal_", 1 << 30, VEC, scal<double, 1>),
+    ROW("zscal", 'Z', "_ZSCAL@16", "zscal_", 1 << 30, VEC, scal<double, 2>),
+    ROW("dnrm2", 'D', "_DNRM2@12", "dnrm2_", 1 << 30, VEC, reduce<double, 1>),
+    ROW("dasum", 'D', "_DASUM@12", "dasum_", 1 << 30, VEC, reduce<double, 1>),
+    ROW("dcopy", 'D', "_DCOPY@20", "dcopy_", 1 << 30, VEC, move<double, 1, false>),
+    ROW("scopy", 'S', "_SCOPY@20", "scopy_", 1 << 30, VEC, move<float, 1, false>),
+    ROW("zcopy", 'Z', "_ZCOPY@20", "zcopy_", 1 << 30, VEC, move<double, 2, false>),
+    ROW("dswap", 'D', "_DSWAP@20", "dswap_", 1 << 30, VEC, move<double, 1, true>),
+    ROW("zswap", 'Z', "_ZSWAP@20", "zswap_", 1 << 30, VEC, move<double, 2, true>),
+    ROW("drot", 'D', "_DROT@28", "drot_", 1 << 30, VEC, rot<double, false>),
+    ROW("srot", 'S', "_SROT@28", "srot_", 1 << 30, VEC, rot<float, false>),
+    ROW("drotm", 'D', "_DROTM@24", "drotm_", 1 << 30, VEC, rot<double, true>),
+    ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, MV, gemv<double, 'N'>),
+    ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, MV, gemv<double, 'T'>),
+    ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'N'>),
+    ROW("dgemm_nt", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'T'>),
+    ROW("dgemm_tn", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'T', 'N'>),
+    ROW("dgemm_tt", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'T', 'T'>),
+    ROW("dgemm_k64", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'N', 64>),
+    ROW("sgemm", 'S', "_SGEMM@60", "sgemm_", 2000, MM, gemm<float, 'N', 'N'>),
+    ROW("sgemm_k64", 'S', "_SGEMM@60", "sgemm_", 2000, MM, gemm<float, 'N', 'N', 64>),
+    ROW("cgemm", 'C', "_CGEMM@60", "cgemm_", 2000, MM, gemm<float, 'N', 'N', 0, 2>),
+    ROW("cgemm_ct", 'C', "_CGEMM@60", "cgemm_", 2000, MM, gemm<float, 'C', 'T', 0, 2>),
+    ROW("cgemm_k64", 'C', "_CGEMM@60", "cgemm_", 2000, MM, gemm<float, 'N', 'N', 64, 2>),
+    ROW("zgemm", 'Z', "_ZGEMM@60", "zgemm_", 2000, MM, gemm<double, 'N', 'N', 0, 2>),
+    ROW("zgemm_ct", 'Z', "_ZGEMM@60", "zgemm_", 2000, MM, gemm<double, 'C', 'T', 0, 2>),
+    ROW("zgemm_k64", 'Z', "_ZGEMM@60", "zgemm_", 2000, MM, gemm<double, 'N', 'N', 64, 2>),
 };
 const int nops = sizeof ops / sizeof ops[0];
 
 // ---------------------------------------------------------------- options
 
-const int max_list = 32;
+const int max_list = 64;  // above the number of operations
 struct Options {
     int op[max_list], nop = 0;
-    int size[max_list], nsize = 0;
+    int size[NSHAPE][max_list], nsize[NSHAPE] = {};  // per operation class
     int thr[max_list], nthr = 0;
     int br[max_list], nbr = 0;    // 0 = the library's own choice
     int rounds = 3;
     double min_time = 0.020;      // seconds per measurement
     double budget = 1.0;          // seconds of timed calls per library and cell
     bool child = false;
+    const char* plot = nullptr;   // --plot FILE
 } opt;
 
 double now() {
@@ -640,6 +646,16 @@ struct PeerStore {
 PeerStore* store;    // shared by the children; nullptr: no reuse
 int store_fd = -1;
 
+// What a cell leaves for the summary, in memory shared with the parent.
+enum { R_NONE, R_DONE, R_FAILED };
+enum { C_OK, C_MISMATCH, C_UNCHECKED };
+struct CellResult {
+    int state, check;
+    bool have[NLIB];
+    double best[NLIB];            // seconds per call
+};
+CellResult* cell_result;          // this cell's record; nullptr: none kept
+
 bool write_all(int fd, const void* p, size_t bytes) {
     if (ftruncate(fd, 0) != 0) return false;
     for (size_t done = 0; done < bytes;) {
@@ -690,6 +706,7 @@ void run_cell(const Op& op, int n, int threads, const char* branch) {
             fail = "cannot read the stored output";
     }
     if (fail) {
+        if (cell_result) cell_result->state = R_FAILED;
         print_cell_head(op, n, threads, branch);
         printf(" | %s\n", fail);
         fflush(stdout);
@@ -803,6 +820,12 @@ void run_cell(const Op& op, int n, int threads, const char* branch) {
         bad = true;
     }
     if (!bad) printf(base < 0 || !have[L_ZVA] ? " unchecked" : " ok");
+    if (cell_result) {
+        for (int l = 0; l < NLIB; ++l)
+            cell_result->have[l] = have[l], cell_result->best[l] = best[l];
+        cell_result->check = bad ? C_MISMATCH : base < 0 || !have[L_ZVA] ? C_UNCHECKED : C_OK;
+        cell_result->state = R_DONE;
+    }
     if (reuse) printf(" (peers of br %s)", store->branch);
     printf("\n");
     fflush(stdout);
@@ -913,6 +936,194 @@ const char* run_child(const Op& op, int n, int thr, int br, char* why,
     return child_failure(status, why, size);
 }
 
+// ---------------------------------------------------------------- summary
+
+// The speed of a call in the operation's own unit: GFLOP/s, or GB/s for
+// the operations that only move data.
+bool counts_bytes(const Op& op, int n) { return !(op.flops(n) > 0) && op.bytes; }
+double speed(const Op& op, int n, double seconds) {
+    if (!(seconds > 0) || !isfinite(seconds)) return 0;
+    return (counts_bytes(op, n) ? op.bytes(n) : op.flops(n)) / seconds * 1e-9;
+}
+
+// The cells of one (operation, size, threads), one per branch, and the
+// branch where zva was fastest (-1: none measured).
+struct Group {
+    const Op* op;
+    int n, thr, best;
+    const CellResult* cell;       // opt.nbr records
+};
+
+// Calls f(group) in the order of the table, for the sizes that ran.
+template <class F> void for_each_group(const CellResult* results, F f) {
+    int k = 0;
+    for (int i = 0; i < opt.nop; ++i) {
+        const Op& op = ops[opt.op[i]];
+        for (int s = 0; s < opt.nsize[op.shape]; ++s)
+            for (int t = 0; t < opt.nthr; ++t, k += opt.nbr) {
+                Group g = {&op, opt.size[op.shape][s], opt.thr[t], -1, &results[k]};
+                if (g.n > op.max_n) continue;
+                for (int b = 0; b < opt.nbr; ++b) {
+                    const CellResult& r = g.cell[b];
+                    if (r.state == R_DONE && r.have[L_ZVA] && isfinite(r.best[L_ZVA]) &&
+                        (g.best < 0 || r.best[L_ZVA] < g.cell[g.best].best[L_ZVA]))
+                        g.best = b;
+                }
+                f(g);
+            }
+    }
+}
+
+// zva's time over a peer's in one cell: > 1, zva faster.  0: not measured.
+double ratio(const CellResult& r, int peer) {
+    if (r.state != R_DONE || !r.have[L_ZVA] || !r.have[peer]) return 0;
+    double v = r.best[peer] / r.best[L_ZVA];
+    return v > 0 && isfinite(v) ? v : 0;
+}
+
+void print_summary(const CellResult* results) {
+    bool branches = opt.nbr > 1;
+    int def = -1;                 // the default branch's place, if it ran
+    for (int b = 0; b < opt.nbr; ++b)
+        if (opt.br[b] == 0) def = b;
+    printf("\n# summary: speed of zva%s against OpenBLAS and ref, in GFLOP/s"
+           " (GF/s),\n#   or GB/s for the operations that only move data;"
+           " ratios within one cell, > 1: zva faster%s\n",
+           branches ? " in its fastest branch (br)" : "",
+           branches && def >= 0 ? "; def/OBL: zva's own choice of branch" : "");
+    printf("%-10s %9s %3s %5s %9s", "#op", "n", "thr", "unit", "zva");
+    if (branches) printf(" %-4s", "br");
+    printf(" %9s %9s %8s %8s", "OpenBLAS", "ref", "zva/OBL", "zva/ref");
+    if (branches && def >= 0) printf(" %8s", "def/OBL");
+    printf("  %s\n", "check");
+    double logsum[NLIB] = {};
+    int count[NLIB] = {};
+    for_each_group(results, [&](const Group& g) {
+        printf("%-10s %9d %3d %5s", g.op->name, g.n, g.thr,
+               counts_bytes(*g.op, g.n) ? "GB/s" : "GF/s");
+        const CellResult* r = g.best >= 0 ? &g.cell[g.best] : nullptr;
+        auto column = [](double v, int width, const char* format) {
+            if (v > 0) printf(format, width, v);
+            else printf(" %*s", width, "-");
+        };
+        column(r ? speed(*g.op, g.n, r->best[L_ZVA]) : 0, 9, " %*.4g");
+        if (branches) printf(" %-4s", r ? branch_label(opt.br[g.best]) : "-");
+        for (int l = L_OBL; l < NLIB; ++l)
+            column(r && r->have[l] ? speed(*g.op, g.n, r->best[l]) : 0, 9, " %*.4g");
+        for (int l = L_OBL; l < NLIB; ++l) {
+            double v = r ? ratio(*r, l) : 0;
+            column(v, 8, " %*.3f");
+            if (v > 0) logsum[l] += log(v), ++count[l];
+        }
+        if (branches && def >= 0) column(ratio(g.cell[def], L_OBL), 8, " %*.3f");
+        // The worst of the branches' checks.
+        bool failed = false, mismatch = false, checked = false;
+        for (int b = 0; b < opt.nbr; ++b) {
+            const CellResult& c = g.cell[b];
+            failed |= c.state != R_DONE;
+            mismatch |= c.state == R_DONE && c.check == C_MISMATCH;
+            checked |= c.state == R_DONE && c.check == C_OK;
+        }
+        printf("  %s\n", failed     ? "FAILED"
+                         : mismatch ? "MISMATCH"
+                         : checked  ? "ok"
+                                    : "unchecked");
+    });
+    printf("# geometric mean");
+    for (int l = L_OBL; l < NLIB; ++l)
+        if (count[l])
+            printf("%s zva/%s %.3f over %d rows", l == L_OBL ? "" : ",",
+                   l == L_OBL ? "OBL" : "ref", exp(logsum[l] / count[l]), count[l]);
+    printf("\n");
+    fflush(stdout);
+}
+
+// ---------------------------------------------------------------- plot
+
+bool on_path(const char* name) {
+    const char* path = getenv("PATH");
+    char file[4096];
+    while (path && *path) {
+        size_t len = strcspn(path, ":");
+        if (len > 0 && len + strlen(name) + 2 < sizeof file) {
+            snprintf(file, sizeof file, "%.*s/%s", (int)len, path, name);
+            if (access(file, X_OK) == 0) return true;
+        }
+        path += len;
+        if (*path == ':') ++path;
+    }
+    return false;
+}
+
+// One panel per operation: speed against size on logarithmic axes, zva (its
+// fastest branch) against the peers, drawn by gnuplot from inline data.
+// Without gnuplot the run still succeeds; the plot is only skipped.
+void write_plot(const CellResult* results, const char* file) {
+    if (!on_path("gnuplot")) {
+        fprintf(stderr, "zva_bench: gnuplot not found, no plot written to %s"
+                        " (Debian: apt-get install gnuplot-nox)\n", file);
+        return;
+    }
+    const char* dot = strrchr(file, '.');
+    bool png = dot && !strcasecmp(dot, ".png");
+    FILE* gp = popen("gnuplot", "w");
+    if (!gp) {
+        fprintf(stderr, "zva_bench: cannot start gnuplot: %s\n", strerror(errno));
+        return;
+    }
+    const int columns = opt.nop < 6 ? opt.nop : 6;
+    int rows = (opt.nop + columns - 1) / columns;
+    const int panel_w = 330, panel_h = 250;
+    if (png)
+        fprintf(gp, "set terminal pngcairo size %d,%d font 'sans,8'\n",
+                columns * panel_w, rows * panel_h + 40);
+    else
+        fprintf(gp, "set terminal svg size %d,%d font 'sans,9' background 'white'\n",
+                columns * panel_w, rows * panel_h + 40);
+    fprintf(gp, "set output '");
+    for (const char* p = file; *p; ++p) fprintf(gp, *p == '\'' ? "''" : "%c", *p);
+    fprintf(gp, "'\nset datafile missing '?'\n"
+                "set logscale xy\nset format x '10^{%%L}'\nset grid\n"
+                "set key below horizontal font ',7'\nset offsets graph 0.1, graph 0.1, 0, 0\n"
+                "set multiplot layout %d,%d title 'zva%s, OpenBLAS and ref: speed"
+                " against size (%d thread%s)' noenhanced\n",
+                rows, columns, opt.nbr > 1 ? " (fastest branch)" : "", opt.thr[0],
+                opt.thr[0] > 1 ? "s" : "");
+    // Operation by operation: the groups of one operation are consecutive.
+    const Op* current = nullptr;
+    auto close_panel = [&]() {
+        if (!current) return;
+        fprintf(gp, "EOD\nset title '%s' noenhanced\nset ylabel '%s'\n"
+                    "plot $d u 1:2 w lp pt 7 lw 2 t 'zva', '' u 1:3 w lp pt 5 t 'OpenBLAS',"
+                    " '' u 1:4 w lp pt 9 t 'ref'\n",
+                current->name, counts_bytes(*current, 1000) ? "GB/s" : "GFLOP/s");
+    };
+    for_each_group(results, [&](const Group& g) {
+        if (g.thr != opt.thr[0]) return;  // one thread count per plot
+        if (g.op != current) {
+            close_panel();
+            current = g.op;
+            fprintf(gp, "$d << EOD\n");
+        }
+        fprintf(gp, "%d", g.n);
+        const CellResult* r = g.best >= 0 ? &g.cell[g.best] : nullptr;
+        for (int l = 0; l < NLIB; ++l) {
+            double v = r && r->have[l] ? speed(*g.op, g.n, r->best[l]) : 0;
+            if (v > 0) fprintf(gp, " %.6g", v);
+            else fprintf(gp, " ?");
+        }
+        fprintf(gp, "\n");
+    });
+    close_panel();
+    fprintf(gp, "unset multiplot\n");
+    int status = pclose(gp);
+    if (status != 0)
+        fprintf(stderr, "zva_bench: gnuplot failed (status %#x); plot %s may be"
+                        " incomplete\n", status, file);
+    else
+        fprintf(stderr, "zva_bench: plot written to %s\n", file);
+}
+
 int run_all() {
     fflush(stdout);
     pid_t pid = fork();
@@ -937,10 +1148,17 @@ int run_all() {
     store_fd = memfd_create("zva_bench", 0);
     if (m != MAP_FAILED && store_fd >= 0) store = (PeerStore*)m;
 
-    int cells = opt.nop * opt.nsize * opt.nthr * opt.nbr, k = 0, failed = 0;
+    int cells = 0, k = 0, failed = 0;
+    for (int i = 0; i < opt.nop; ++i)
+        cells += opt.nsize[ops[opt.op[i]].shape] * opt.nthr * opt.nbr;
+    // One record per cell, in the order of the loops below.
+    CellResult* results = (CellResult*)mmap(nullptr, cells * sizeof(CellResult),
+                                            PROT_READ | PROT_WRITE,
+                                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (results == MAP_FAILED) results = nullptr;
     double start = now();
     for (int i = 0; i < opt.nop; ++i)
-        for (int s = 0; s < opt.nsize; ++s)
+        for (int s = 0; s < opt.nsize[ops[opt.op[i]].shape]; ++s)
             for (int t = 0; t < opt.nthr; ++t) {
                 if (store) {
                     store->valid = 0;
@@ -948,7 +1166,8 @@ int run_all() {
                 }
                 for (int b = 0; b < opt.nbr; ++b) {
                     const Op& op = ops[opt.op[i]];
-                    int n = opt.size[s], thr = opt.thr[t], br = opt.br[b];
+                    int n = opt.size[op.shape][s], thr = opt.thr[t], br = opt.br[b];
+                    cell_result = results ? &results[k] : nullptr;
                     if (n > op.max_n) {
                         ++k;
                         continue;
@@ -956,6 +1175,7 @@ int run_all() {
                     double t0 = now();
                     const char* bad = run_child(op, n, thr, br, why, sizeof why);
                     if (bad) {
+                        if (cell_result) cell_result->state = R_FAILED;
                         ++failed;
                         print_cell_head(op, n, thr, branch_label(br));
                         printf(" | FAILED: %s\n", bad);
@@ -966,8 +1186,13 @@ int run_all() {
                             now() - t0, bad ? " FAILED" : "");
                 }
             }
+    cell_result = nullptr;
     fprintf(stderr, "zva_bench: %d cells in %.1f s%s\n", cells, now() - start,
             failed ? ", some failed" : "");
+    if (results) {
+        print_summary(results);
+        if (opt.plot) write_plot(results, opt.plot);
+    }
     return failed ? 1 : 0;
 }
 
@@ -983,12 +1208,19 @@ int run_here() {
     if (!lib_handle[L_ZVA]) return 1;
     print_header();
     for (int i = 0; i < opt.nop; ++i)
-        for (int s = 0; s < opt.nsize; ++s)
-            run_cell(ops[opt.op[i]], opt.size[s], thr, b && *b ? b : "def");
+        for (int s = 0; s < opt.nsize[ops[opt.op[i]].shape]; ++s)
+            run_cell(ops[opt.op[i]], opt.size[ops[opt.op[i]].shape][s], thr,
+                     b && *b ? b : "def");
     return 0;
 }
 
 // ---------------------------------------------------------------- arguments
+
+// Sizes by operation class (VEC, MV, MM), plain and with --quick.
+const char* const default_sizes[NSHAPE] = {"1000,100000,10000000", "100,1000,4000",
+                                           "100,300,1000"};
+const char* const quick_sizes[NSHAPE] = {"1000,100000", "100,1000", "100,300"};
+const char* const all_branches = "default,2,3,4,5,6,7";
 
 void usage(FILE* f) {
     fprintf(f,
@@ -997,14 +1229,21 @@ void usage(FILE* f) {
     for (int i = 0; i < nops; ++i) fprintf(f, "%s%s", i ? "," : "", ops[i].name);
     fprintf(f,
         ")\n"
-        "  --sizes LIST      problem sizes, k/M suffixes or 1e7 allowed\n"
-        "                    (default 1000,100000,10000000)\n"
+        "  --sizes LIST      problem sizes for every operation, k/M suffixes or\n"
+        "                    1e7 allowed (default by class: vectors %s;\n"
+        "                    matrix-vector n x n, n = %s;\n"
+        "                    matrix products n x n, n = %s)\n"
         "  --threads LIST    thread counts for all three libraries (default 1)\n"
         "  --branches LIST   default and/or 2..7, set as ZVA_DEBUG_CPU_TYPE\n"
-        "                    (default default,2,3,4,5,6,7)\n"
+        "                    (default: default, the library's own choice)\n"
+        "  --all-branches    the sweep over every branch: default,2,3,4,5,6,7\n"
+        "                    (about seven times the default run)\n"
         "  --rounds N        timed rounds per library (default 3)\n"
         "  --min-time MS     least time of one measurement (default 20)\n"
-        "  --quick           sizes 1000,100000; 2 rounds of 5 ms\n"
+        "  --quick           sizes %s / %s / %s; 2 rounds of 5 ms\n"
+        "  --plot FILE       also draw speed against size, one panel per\n"
+        "                    operation, into FILE.svg or FILE.png (needs gnuplot;\n"
+        "                    without it the plot is skipped with a note)\n"
         "  --lib PATH        zva library (default %s)\n"
         "  --openblas PATH   OpenBLAS, or \"none\" (default %s)\n"
         "  --ref PATH        reference BLAS, or \"none\" (default %s)\n"
@@ -1014,8 +1253,11 @@ void usage(FILE* f) {
         "Each cell runs in its own child process.  Rows go to standard output,\n"
         "progress to standard error.  Where one call of each peer takes ten\n"
         "times the least time, the other branches of the same operation, size\n"
-        "and threads reuse the peers' results of the first branch.\n",
-        ZVA_BENCH_LIB, lib_path[L_OBL], lib_path[L_REF]);
+        "and threads reuse the peers' results of the first branch.  A summary\n"
+        "table closes every run: per operation and size, zva's speed and its\n"
+        "ratio to OpenBLAS and ref, in zva's fastest branch where several ran.\n",
+        default_sizes[VEC], default_sizes[MV], default_sizes[MM], quick_sizes[VEC],
+        quick_sizes[MV], quick_sizes[MM], ZVA_BENCH_LIB, lib_path[L_OBL], lib_path[L_REF]);
 }
 
 [[noreturn]] void bad_arg(const char* what, const char* val) {
@@ -1053,12 +1295,9 @@ bool parse_count(const char* s, double lo, double hi, int* out) {
     return true;
 }
 
-const char* default_sizes = "1000,100000,10000000";
-const char* default_branches = "default,2,3,4,5,6,7";
-
 void parse_args(int argc, char** argv) {
-    const char* sizes = default_sizes;
-    const char* branches = default_branches;
+    const char* sizes = nullptr;
+    const char* branches = "default";
     const char* ops_arg = nullptr;
     const char* threads = "1";
     bool quick = false, rounds_set = false, time_set = false;
@@ -1074,6 +1313,8 @@ void parse_args(int argc, char** argv) {
         else if (!strcmp(a, "--sizes")) sizes = value();
         else if (!strcmp(a, "--threads")) threads = value();
         else if (!strcmp(a, "--branches")) branches = value();
+        else if (!strcmp(a, "--all-branches")) branches = all_branches;
+        else if (!strcmp(a, "--plot")) opt.plot = value();
         else if (!strcmp(a, "--quick")) quick = true;
         else if (!strcmp(a, "--child")) opt.child = true;
         else if (!strcmp(a, "--lib")) lib_path[L_ZVA] = value();
@@ -1090,8 +1331,12 @@ void parse_args(int argc, char** argv) {
             bad_arg("option", a);
         }
     }
+    if (opt.plot) {
+        const char* dot = strrchr(opt.plot, '.');
+        if (!dot || (strcasecmp(dot, ".svg") && strcasecmp(dot, ".png")))
+            bad_arg("--plot file (.svg or .png)", opt.plot);
+    }
     if (quick) {
-        if (sizes == default_sizes) sizes = "1000,100000";
         if (!rounds_set) opt.rounds = 2;
         if (!time_set) opt.min_time = 0.005;
     }
@@ -1105,9 +1350,12 @@ void parse_args(int argc, char** argv) {
     } else {
         for (int i = 0; i < nops; ++i) opt.op[opt.nop++] = i;
     }
-    opt.nsize = parse_list("--sizes", sizes, opt.size, [](const char* s, int* o) {
-        return parse_count(s, 0, 2147483647.0, o);
-    });
+    for (int c = 0; c < NSHAPE; ++c)
+        opt.nsize[c] = parse_list("--sizes",
+                                  sizes ? sizes : quick ? quick_sizes[c] : default_sizes[c],
+                                  opt.size[c], [](const char* s, int* o) {
+                                      return parse_count(s, 0, 2147483647.0, o);
+                                  });
     opt.nthr = parse_list("--threads", threads, opt.thr, [](const char* s, int* o) {
         return parse_count(s, 1, 1024, o);
     });
