@@ -7,6 +7,10 @@
 // fresh process, and a routine that aborts then loses only its own cell.
 // fork() without exec also works unchanged under qemu-i386.
 //
+// The run ends with a summary of the ratios per operation and size, and on
+// request a plot drawn by gnuplot; both come from records the children leave
+// in memory shared with the parent.
+//
 // New operations are rows of the table `ops` below.
 #include <type_traits>
 #include <dlfcn.h>
@@ -986,9 +990,9 @@ void print_summary(const CellResult* results) {
     int def = -1;                 // the default branch's place, if it ran
     for (int b = 0; b < opt.nbr; ++b)
         if (opt.br[b] == 0) def = b;
-    printf("\n# summary: speed of zva%s against OpenBLAS and ref, in GFLOP/s"
-           " (GF/s),\n#   or GB/s for the operations that only move data;"
-           " ratios within one cell, > 1: zva faster%s\n",
+    printf("\n# summary: speed of zva%s against OpenBLAS and ref,\n"
+           "#   in GFLOP/s (GF/s), or GB/s for the operations that only move data;\n"
+           "#   ratios within one cell, > 1: zva faster%s\n",
            branches ? " in its fastest branch (br)" : "",
            branches && def >= 0 ? "; def/OBL: zva's own choice of branch" : "");
     printf("%-10s %9s %3s %5s %9s", "#op", "n", "thr", "unit", "zva");

@@ -1,8 +1,8 @@
 #!/bin/sh
 # Installs what building, testing and benchmarking need on Debian 12 x86-64:
 # the multilib compilers, 32-bit OpenBLAS and reference BLAS as peers, the
-# GoogleTest sources, and the user-mode emulator for kernels that cannot run
-# 32-bit programs themselves.
+# GoogleTest sources, the user-mode emulator for kernels that cannot run
+# 32-bit programs themselves, and gnuplot for the benchmark's plots.
 set -e
 export DEBIAN_FRONTEND=noninteractive
 dpkg --add-architecture i386
@@ -13,4 +13,5 @@ for try in 1 2 3 4 5; do
 done
 apt-get install -y -q --no-install-recommends \
   cmake make g++ g++-multilib googletest binutils qemu-user \
-  gfortran gfortran-multilib libopenblas0-pthread:i386 libblas3:i386
+  gfortran gfortran-multilib libopenblas0-pthread:i386 libblas3:i386 \
+  gnuplot-nox
