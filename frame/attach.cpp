@@ -33,6 +33,8 @@ void attach_allocator() {
     alloc_table.free = (void (*)(void*)) * vars[3];
 }
 
+int alloc_from_module() { return alloc_table.free != free; }
+
 namespace {
 // The load-time step: choosing the allocator is all the library does before
 // its first call, besides noting where it was loaded from (the message
