@@ -258,7 +258,7 @@ const char* find_library() {
     if (!h) return nullptr;
     link_map* map = nullptr;
     if (dlinfo(h, RTLD_DI_LINKMAP, &map) != 0 || !map || !map->l_name) return nullptr;
-    snprintf(path, sizeof path, "%s", map->l_name);
+    if (!realpath(map->l_name, path)) return nullptr;
     plat_note_library_file(path);
     return plat_library_folder()[0] ? path : nullptr;
 }
