@@ -48,6 +48,7 @@ int branch_hw = -1;
 int branch_forced = -911;
 uint64_t cpu_features = 0;
 int microarch_cached = -1;
+int microarch_forced = 0;  // ZVA_DEBUG_CPU_MA chose microarch_cached
 int32_t cpu_cache_table[5];
 int cache_fill = 1;
 int l2_class_cached = -1;
@@ -55,6 +56,11 @@ int l2_class_cached = -1;
 constexpr uint64_t f_sse2 = 0x40, f_sse3 = 0x80, f_ssse3 = 0x100,
                    f_sse41 = 0x200, f_sse42 = 0x400, f_avx = 0x10000,
                    f_branch7 = 0x9C2000;
+
+// OSXSAVE in leaf 1 ECX, and XCR0 with the SSE and AVX state bits.
+bool os_saves_ymm(uint32_t leaf1_ecx) {
+    return bit(leaf1_ecx, 27) && (source->xgetbv(0) & 6) == 6;
+}
 
 int env_int(const char* name, int absent) {
     char buf[32] = {};
@@ -171,7 +177,7 @@ uint64_t cpu_read_features() {
     f |= (uint64_t)(bit(l7.ebx, 3) & bit(l7.ebx, 8)) << 19;
     f |= (uint64_t)bit(e1.ecx, 5) << 20;
     f |= (uint64_t)bit(l7.ebx, 4) << 21 | (uint64_t)bit(l7.ebx, 11) << 22;
-    if (bit(c, 27) && (source->xgetbv(0) & 6) == 6) {  // OS saves YMM
+    if (os_saves_ymm(c)) {
         f |= (uint64_t)bit(c, 29) << 15 | (uint64_t)bit(c, 28) << 16 |
              (uint64_t)bit(c, 12) << 18 | (uint64_t)bit(l7.ebx, 5) << 23;
     }
@@ -216,7 +222,7 @@ int cpu_microarch() {
     cpuid_regs l1 = cpuid(1);
     if (b == 5) {
         // ZVA_DEBUG_CPU_MA may choose between the two codes of branch 5.
-        if (v == ma_sse42 || v == ma_sse42_aes) c = v;
+        if (v == ma_sse42 || v == ma_sse42_aes) c = v, microarch_forced = 1;
         else c = bit(l1.ecx, 25) && m == 1 ? ma_sse42_aes : ma_sse42;
     } else if (b == 6)
         c = ma_avx;
@@ -275,6 +281,13 @@ int cpu_l2_class() {
     }
     if (c != -1) cached_store(l2_class_cached, c);
     return c;
+}
+
+void cpu_reasons_of(cpu_reasons* out) {
+    out->branch_hw = cached_load(branch_hw);
+    out->branch_forced = cached_load(branch_forced);
+    out->microarch_forced = cached_load(microarch_forced);
+    out->os_saves_ymm = os_saves_ymm(cpuid(1).ecx);
 }
 
 }  // namespace zva

@@ -37,6 +37,18 @@ int cpu_has_sse41();
 int cpu_other_vendor_avx();
 int cpu_l2_class();
 
+// What the decisions above rested on, for zva-config: the best branch of the
+// processor (-1 until cpu_branch has run), the ZVA_DEBUG_CPU_TYPE override
+// (2 to 7, or -6 for none), whether ZVA_DEBUG_CPU_MA chose the code of
+// cpu_microarch, and whether the operating system saves the YMM state.
+struct cpu_reasons {
+    int branch_hw;
+    int branch_forced;
+    int microarch_forced;
+    int os_saves_ymm;
+};
+void cpu_reasons_of(cpu_reasons* out);
+
 }  // namespace zva
 
 namespace zva {

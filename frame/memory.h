@@ -17,6 +17,8 @@ struct alloc_funcs {
 extern alloc_funcs alloc_table;
 
 void attach_allocator();
+// 1 when the optional allocator module was adopted, 0 for the C runtime.
+int alloc_from_module();
 
 }  // namespace zva
 
@@ -30,5 +32,7 @@ void scratch_free(void* p);
 // The same without the per-thread cache.
 void* scratch_alloc_direct(uint32_t size, int32_t alignment);
 void scratch_free_direct(void* p);
+// 1 when ZVA_DISABLE_FAST_MM or ZVA_MM_DISABLE switched the cache off.
+int scratch_disabled();
 
 }  // namespace zva

@@ -117,4 +117,9 @@ void msg_print(int num, int argc, ...) {
     fflush(NULL);
 }
 
+int msg_catalogue_found() {
+    open_catalogue();
+    return !cached_load(no_catalogue);
+}
+
 }  // namespace zva

@@ -44,10 +44,17 @@ bool host_name(char* out, const char* prefix, const char* name) {
 // moment resolves.
 void plat_note_library_folder() {
     Dl_info info;
-    char real[PATH_MAX];
     library_folder[0] = 0;
     if (!dladdr((void*)&plat_note_library_folder, &info) || !info.dli_fname) return;
-    if (!realpath(info.dli_fname, real)) return;
+    plat_note_library_file(info.dli_fname);
+}
+
+const char* plat_library_folder() { return library_folder; }
+
+void plat_note_library_file(const char* file) {
+    char real[PATH_MAX];
+    library_folder[0] = 0;
+    if (!realpath(file, real)) return;
     char* slash = strrchr(real, '/');
     if (!slash || (size_t)(slash - real) + 2 > path_size) return;
     memcpy(library_folder, real, slash - real + 1);

@@ -23,6 +23,10 @@ void* plat_load_module(const char* name);
 void* plat_load_module_beside(const char* relative);
 // Notes the folder of this library; called once, while it is being loaded.
 void plat_note_library_folder();
+// The same for a program that is not the library (zva-config): notes the
+// folder of the library file it found.  Empty when unknown.
+void plat_note_library_file(const char* file);
+const char* plat_library_folder();
 void* plat_module_symbol(void* module, const char* name);
 void plat_free_module(void* module);
 

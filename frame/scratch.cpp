@@ -253,4 +253,9 @@ void scratch_free_direct(void* p) {
     uncached_free(p);
 }
 
+int scratch_disabled() {
+    mm_read_switches();
+    return cached_load(mm_disabled);
+}
+
 }  // namespace zva

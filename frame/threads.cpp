@@ -13,6 +13,7 @@ namespace {
 
 int thr_env_pending = 1;
 int thr_all = -1;
+int thr_all_from_list = 0;  // thr_all came from ZVA_DOMAIN_NUM_THREADS
 int thr_domain[5] = {-1, -1, -1, -1, -1};  // by domain 1 to 4
 int thr_dynamic_flag = -1;
 int thr_omp_num = -1;
@@ -88,7 +89,9 @@ void read_environment() {
         int v = all_digits(buf) ? atoi(buf) : 1;
         if (v >= 1) set_first(thr_all, v);
     }
+    bool all_set = thr_all > 0;
     if (read_var("ZVA_DOMAIN_NUM_THREADS", buf)) read_domains(buf);
+    thr_all_from_list = !all_set && thr_all > 0;
     if (thr_dynamic_flag == -1) {
         if (!read_var("ZVA_DYNAMIC", buf)) {
             thr_dynamic_flag = 1;
@@ -129,29 +132,50 @@ void thr_init() {
     if (!cached_load(topo_done)) topo_detect();
 }
 
-}  // namespace
-
-int thr_max_threads(int domain) {
+// thr_max_threads with the reasons of its answer in *source and *capped.
+int max_threads(int domain, int* source, int* capped) {
     thr_init();
-    if (thr_forked_child) return 1;
-    if (thr_dynamic_flag != 0 && omp_in_parallel()) return 1;
+    *capped = 0;
+    if (thr_forked_child) return *source = thr_from_forked_child, 1;
+    if (thr_dynamic_flag != 0 && omp_in_parallel()) return *source = thr_from_nested, 1;
     int n;
     bool explicit_count = true;
-    if (domain >= 1 && domain <= 4 && thr_domain[domain] > 0) n = thr_domain[domain];
-    else if (thr_all > 0) n = thr_all;
-    else n = omp_get_max_threads(), explicit_count = false;
+    if (domain >= 1 && domain <= 4 && thr_domain[domain] > 0)
+        n = thr_domain[domain], *source = thr_from_domain;
+    else if (thr_all > 0)
+        n = thr_all, *source = thr_all_from_list ? thr_from_domain_all : thr_from_num_threads;
+    else
+        n = omp_get_max_threads(), explicit_count = false,
+        *source = thr_omp_num > 0 ? thr_from_omp : thr_from_runtime;
     if (thr_dynamic_flag == 0) return n;
     int cores = cached_load(topo_cores);
-    if (cores > 0 && n > cores) n = cores;
+    if (cores > 0 && n > cores) n = cores, *capped = 1;
     if (thr_mpi_per_node == -1 || explicit_count || thr_omp_num > 0) return n;
+    *capped = 0;
     if (thr_mpi_level > 0) {
         // Without a core count the processors stand in for the cores: a
         // share of the machine is still what an MPI rank expects.
         int c = cores > 0 ? cores : omp_get_num_procs();
         int share = c / thr_mpi_per_node;
+        *source = thr_from_mpi_share;
         return share > 1 ? share : 1;
     }
+    *source = thr_from_mpi_one;
     return 1;
+}
+
+}  // namespace
+
+int thr_max_threads(int domain) {
+    int source, capped;
+    return max_threads(domain, &source, &capped);
+}
+
+void thr_report_of(int domain, thr_report* out) {
+    out->count = max_threads(domain, &out->source, &out->capped);
+    out->omp_num = thr_omp_num;
+    out->mpi_per_node = thr_mpi_per_node;
+    out->mpi_level = thr_mpi_level;
 }
 
 int thr_dynamic() {
