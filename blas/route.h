@@ -63,23 +63,10 @@ namespace zva::blas {
 
 template <routine_id Id, class Sig, auto Import> struct route;
 template <routine_id Id, class R, class... A, auto Import>
-struct route<Id, R(A...), Import> {
+struct route<Id, R(A...), Import> : word_layout<A...> {
     static constexpr routine_id id = Id;
-    static constexpr int n = sizeof...(A);
-    // Character arguments lead every published list, so the hidden lengths
-    // are the trailing words that are not pointers.
-    static constexpr int nc = [] {
-        const bool ptr[] = {std::is_pointer_v<A>...};
-        int c = 0;
-        for (int i = n - 1; i >= 0 && !ptr[i]; --i) ++c;
-        return c;
-    }();
-    // Internal argument held by stack word s: on the stack each character's
-    // length follows it directly; internally the lengths come last.
-    static constexpr int internal_of(int s) {
-        if (s < 2 * nc) return s % 2 ? n - nc + s / 2 : s / 2;
-        return s - nc;
-    }
+    using word_layout<A...>::n;
+    using word_layout<A...>::internal_of;
     static constexpr const check_family* family = families.of[Id];
     static constexpr bool checked = families.checked[Id];
 

@@ -26,22 +26,9 @@ template <class A> [[gnu::always_inline]] inline A word_as(uint32_t w) {
 }
 
 template <class Sig> struct frame_of;
-template <class R, class... A> struct frame_of<R(A...)> {
-    static constexpr int n = sizeof...(A);
-    // Character arguments lead the published list, so the hidden lengths
-    // are exactly the trailing words that are not pointers.
-    static constexpr int nc = [] {
-        const bool ptr[] = {std::is_pointer_v<A>...};
-        int c = 0;
-        for (int i = n - 1; i >= 0 && !ptr[i]; --i) ++c;
-        return c;
-    }();
-    // Stack word that holds internal argument j.
-    static constexpr int src(int j) {
-        if (j < nc) return 2 * j;
-        if (j < n - nc) return j + nc;
-        return 2 * (j - (n - nc)) + 1;
-    }
+template <class R, class... A> struct frame_of<R(A...)> : word_layout<A...> {
+    using word_layout<A...>::n;
+    using word_layout<A...>::word_of;
     using fn = R (*)(A...);
     using chk = int (*)(A...);
 
@@ -55,7 +42,7 @@ template <class R, class... A> struct frame_of<R(A...)> {
     template <bool Checked, chk Check, fn Target, std::size_t... J>
     [[gnu::always_inline]] static inline R call(const uint32_t* w,
                                                 std::index_sequence<J...>) {
-        return run<Checked, Check, Target>(word_as<A>(w[src(J)])...);
+        return run<Checked, Check, Target>(word_as<A>(w[word_of(J)])...);
     }
 };
 

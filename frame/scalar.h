@@ -26,14 +26,16 @@ inline unsigned addr_bits(const void* p) {
     return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p));
 }
 
-// Elements of size elem to step over before p sits on a 32-byte boundary,
-// or -1 when it never will (p not aligned to its element size).
-inline int peel_to_32(const void* p, unsigned elem) {
-    const unsigned r = addr_bits(p) & 31u;
+// Elements of size elem to step over before p sits on an align-byte
+// boundary (a power of two), or -1 when it never will (p not aligned to its
+// element size).
+inline int peel_to(const void* p, unsigned align, unsigned elem) {
+    const unsigned r = addr_bits(p) & (align - 1);
     if (r == 0) return 0;
     if (r % elem) return -1;
-    return static_cast<int>((32u - r) / elem);
+    return static_cast<int>((align - r) / elem);
 }
+inline int peel_to_32(const void* p, unsigned elem) { return peel_to(p, 32, elem); }
 
 // The same count capped at limit, and 0 where no peel helps: the caller
 // then simply starts its vector loop at once.

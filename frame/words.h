@@ -1,6 +1,37 @@
 // Stack words of an export, by its byte count: ZVA_WORDS_24 declares six
-// 32-bit words, ZVA_NAMES_24 lists them.
+// 32-bit words, ZVA_NAMES_24 lists them.  And the one layout rule that ties
+// the stack words to the internal argument list.
 #pragma once
+#include <type_traits>
+
+namespace zva {
+
+// The argument list A... of an internal list: on the stack each character
+// argument's hidden length follows it directly; internally the lengths come
+// last.  Character arguments lead every published list, so the lengths are
+// exactly the trailing arguments that are not pointers.
+template <class... A> struct word_layout {
+    static constexpr int n = sizeof...(A);
+    static constexpr int nc = [] {
+        const bool ptr[] = {std::is_pointer_v<A>...};
+        int c = 0;
+        for (int i = n - 1; i >= 0 && !ptr[i]; --i) ++c;
+        return c;
+    }();
+    // Stack word that holds internal argument j.
+    static constexpr int word_of(int j) {
+        if (j < nc) return 2 * j;
+        if (j < n - nc) return j + nc;
+        return 2 * (j - (n - nc)) + 1;
+    }
+    // Internal argument held by stack word s.
+    static constexpr int internal_of(int s) {
+        if (s < 2 * nc) return s % 2 ? n - nc + s / 2 : s / 2;
+        return s - nc;
+    }
+};
+
+}  // namespace zva
 
 #define ZVA_WORDS_12 uint32_t w0, uint32_t w1, uint32_t w2
 #define ZVA_NAMES_12 w0, w1, w2

@@ -147,7 +147,7 @@ template <int S> void shifted_then_pairs(const byte*& x, byte*& y, size_t& bytes
 
 // x and y aligned to their element.
 template <class R> void unit(int n, const R* x, R* y) {
-    const int peel = peel_to(y, 16, n);
+    const int peel = peel_within(y, 16, n);
     singles(peel, x, y);
     const byte* xb = (const byte*)(x + peel);
     byte* yb = (byte*)(y + peel);
@@ -175,7 +175,7 @@ template <class R> void unit(int n, const R* x, R* y) {
 template <class R> void unit(int n, const R* x, R* y) {
     int peel = 0;
     if constexpr (sizeof(R) == 4) {
-        peel = peel_to(y, 16, n);
+        peel = peel_within(y, 16, n);
         singles(peel, x, y);
     }
     const byte* xb = (const byte*)(x + peel);

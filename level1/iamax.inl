@@ -49,15 +49,6 @@ template <class T> inline R_<T> measure(const T& x) {
     else return __builtin_fabs(x);
 }
 
-// Elements of size elem before p sits on an align-byte boundary, or -1
-// when it never will.
-inline int peel_to(const void* p, unsigned align, unsigned elem) {
-    const unsigned r = addr_bits(p) & (align - 1);
-    if (r == 0) return 0;
-    if (r % elem) return -1;
-    return static_cast<int>((align - r) / elem);
-}
-
 template <bool Min, class T>
 inline void singles(const T*& p, int s, int count, int& pos, R_<T>& best, int& idx) {
     for (int k = 0; k < count; ++k, ++pos, p += s) {

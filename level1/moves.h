@@ -117,7 +117,7 @@ inline void swap_strided(int& n, E*& x, int incx, E*& y, int incy) {
 
 // Elements before p reaches a multiple of `to` bytes, at most n; -1 when p
 // is not aligned to its element and never will be.
-template <class E> inline int peel_to(const E* p, unsigned to, int n) {
+template <class E> inline int peel_within(const E* p, unsigned to, int n) {
     const unsigned r = addr_bits(p) & (to - 1);
     if (r % sizeof(E)) return -1;
     const int e = static_cast<int>(((to - r) & (to - 1)) / sizeof(E));

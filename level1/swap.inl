@@ -45,7 +45,7 @@ template <class E> inline void swap_singles(size_t n, E* x, E* y) {
 template <class E> bool unit(int n, E* x, E* y) {
     if constexpr (ZVA_BRANCH == 6 && sizeof(E) == 16) return false;  // one at a time
     constexpr int pass = sizeof(E) == 16 || (sizeof(E) == 8 && __is_same(E, c32)) ? 8 : 16;
-    const int peel = n < pass ? -1 : peel_to(y, 32, n);
+    const int peel = n < pass ? -1 : peel_within(y, 32, n);
     if (peel < 0) {
         swap_singles(n, x, y);
         return true;
@@ -70,7 +70,7 @@ template <class E> void general(int n, E* x, int incx, E* y, int incy) {
 // elements: aligned passes; ok false where the phases differ.
 template <class E> int same_phase(const E* x, const E* y, int n, bool& ok) {
     ok = ((addr_bits(x) ^ addr_bits(y)) & 15u) == 0;
-    const int peel = peel_to(y, 16, n);
+    const int peel = peel_within(y, 16, n);
     ok = ok && peel >= 0;
     return ok ? peel : 0;
 }

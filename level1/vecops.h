@@ -52,14 +52,5 @@ inline __m256 fmaddsub(__m256 a, __m256 b, __m256 c) { return _mm256_fmaddsub_ps
 inline __m256d fmaddsub(__m256d a, __m256d b, __m256d c) { return _mm256_fmaddsub_pd(a, b, c); }
 #endif
 
-// Elements of size elem to step over before p sits on an align-byte
-// boundary, or -1 when it never will (p not aligned to its element).
-inline int peel_to(const void* p, unsigned align, unsigned elem) {
-    const unsigned r = static_cast<unsigned>(reinterpret_cast<uintptr_t>(p)) & (align - 1);
-    if (r == 0) return 0;
-    if (r % elem) return -1;
-    return static_cast<int>((align - r) / elem);
-}
-
 }  // namespace
 }  // namespace zva::ZVA_NS

@@ -65,7 +65,7 @@ template <int K>
 // t_block); vec: the last column could be aligned.
 template <int K, bool XU, class Row>
 [[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const float*& xp, idx ix,
-                                            const float* x, const float* c, idx lda, float* t,
+                                            const float*, const float* c, idx lda, float* t,
                                             Row& row) {
     if (!vec) {
         while (i < m) row();
@@ -263,7 +263,7 @@ inline int d_t_rows(int m, int i, double* t, const double* c, idx lda, const dou
 // The vector rows and the tail of the D dot form, from row i on (see
 // t_block); vec: the last column could be aligned.
 template <int K, bool XU, class Row>
-[[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const double*& xp, idx ix,
+[[gnu::always_inline]] inline void dot_rows(bool vec, int m, int& i, const double*&, idx ix,
                                             const double* x, const double* c, idx lda, double* t,
                                             Row& row) {
     if (vec && m - i >= 2) {
