@@ -6,6 +6,7 @@
 #include "gemm/kernels.h"
 #include "level1/kernels.h"
 #include "level2/kernels.h"
+#include "level3/kernels.h"
 
 namespace zva::ZVA_NS {
 

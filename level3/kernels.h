@@ -1,0 +1,8 @@
+// Level-3 kernels other than the multiply's, declared once for every branch
+// namespace; each family's recipe defines them.
+#pragma once
+#include "frame/signatures.h"
+
+ZVA_IN_EVERY_BRANCH(
+    // one block of declarations per family
+)
