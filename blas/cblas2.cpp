@@ -178,26 +178,26 @@ void sy_r2(routine_id id, const char* rout, int layout, int uplo, int n, const T
                                          (T*)y, &incy, 1);                                       \
                  });                                                                             \
     }                                                                                            \
-    ZVA_L2_TRI(p, P, T, V, MV) ZVA_L2_TRI(p, P, T, V, SV)
+    ZVA_L2_TRI(p, P, T, V, mv, MV) ZVA_L2_TRI(p, P, T, V, sv, SV)
 
-#define ZVA_L2_TRI(p, P, T, V, OP)                                                               \
-    ZVA_CBLAS_API void cblas_##p##tr##OP(CBLAS_LAYOUT layout, CBLAS_UPLO ul, CBLAS_TRANSPOSE ta,  \
+#define ZVA_L2_TRI(p, P, T, V, op, OP)                                                               \
+    ZVA_CBLAS_API void cblas_##p##tr##op(CBLAS_LAYOUT layout, CBLAS_UPLO ul, CBLAS_TRANSPOSE ta,  \
                                          CBLAS_DIAG dg, I n, const V* a, I lda, V* x, I incx) {  \
-        tr_v<T>(id_##P##TR##OP, "cblas_" #p "tr" #OP, layout, ul, ta, dg, n, (T*)x, incx,        \
+        tr_v<T>(id_##P##TR##OP, "cblas_" #p "tr" #op, layout, ul, ta, dg, n, (T*)x, incx,        \
                 [&](char u, char t, char d) {                                                    \
                     return f77::P##TR##OP(&u, &t, &d, &n, (const T*)a, &lda, (T*)x, &incx, 1, 1, 1); \
                 });                                                                              \
     }                                                                                            \
-    ZVA_CBLAS_API void cblas_##p##tb##OP(CBLAS_LAYOUT layout, CBLAS_UPLO ul, CBLAS_TRANSPOSE ta,  \
+    ZVA_CBLAS_API void cblas_##p##tb##op(CBLAS_LAYOUT layout, CBLAS_UPLO ul, CBLAS_TRANSPOSE ta,  \
                                          CBLAS_DIAG dg, I n, I k, const V* a, I lda, V* x, I incx) { \
-        tr_v<T>(id_##P##TB##OP, "cblas_" #p "tb" #OP, layout, ul, ta, dg, n, (T*)x, incx,        \
+        tr_v<T>(id_##P##TB##OP, "cblas_" #p "tb" #op, layout, ul, ta, dg, n, (T*)x, incx,        \
                 [&](char u, char t, char d) {                                                    \
                     return f77::P##TB##OP(&u, &t, &d, &n, &k, (const T*)a, &lda, (T*)x, &incx, 1, 1, 1); \
                 });                                                                              \
     }                                                                                            \
-    ZVA_CBLAS_API void cblas_##p##tp##OP(CBLAS_LAYOUT layout, CBLAS_UPLO ul, CBLAS_TRANSPOSE ta,  \
+    ZVA_CBLAS_API void cblas_##p##tp##op(CBLAS_LAYOUT layout, CBLAS_UPLO ul, CBLAS_TRANSPOSE ta,  \
                                          CBLAS_DIAG dg, I n, const V* ap, V* x, I incx) {        \
-        tr_v<T>(id_##P##TP##OP, "cblas_" #p "tp" #OP, layout, ul, ta, dg, n, (T*)x, incx,        \
+        tr_v<T>(id_##P##TP##OP, "cblas_" #p "tp" #op, layout, ul, ta, dg, n, (T*)x, incx,        \
                 [&](char u, char t, char d) {                                                    \
                     return f77::P##TP##OP(&u, &t, &d, &n, (const T*)ap, (T*)x, &incx, 1, 1, 1);  \
                 });                                                                              \
