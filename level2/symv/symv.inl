@@ -49,6 +49,35 @@ template <class T> ZI R_<T> re_of(const T& a) {
     else return a;
 }
 
+// Rows [i0, i1) of NC columns, U registers of K rows a pass: y(i) gets the
+// products of the factors f, sums the dots (started at 0) of the columns.
+// On its own, with the factors behind a pointer: they are read from memory
+// at each use and leave the registers to the accumulators, x, y and a.
+template <class T, int NC, int K, int U, class X, class Y>
+NOI void pass(int i0, int i1, const T* a, int lda, X x, Y y, const fac<T, K>* f,
+              typename rv<T, K>::v* sums) {
+    constexpr bool two = NC == 1 && U > 1 && !cplx<T>;
+    using V = rv<T, K>;
+    using v = typename V::v;
+    v acc[NC][2];
+    each<NC>([&](int k) ZI_L { acc[k][0] = acc[k][1] = V::zero(); });
+    for (int i = i0; i < i1; i += U * K) {
+        each<U>([&](int u) ZI_L {
+            const int r = i + u * K;
+            const xop<T, K> xo = dot_operand<T, K>(x.template v<K>(r));
+            v yv = y.template v<K>(r);
+            each<NC>([&](int k) ZI_L {
+                const v av = V::ld(a + k * lda + r);
+                yv = plus(yv, f[k], av);
+                v& s = acc[k][two ? u & 1 : 0];
+                s = dot(s, av, xo);
+            });
+            y.template put<K>(r, yv);
+        });
+    }
+    each<NC>([&](int k) ZI_L { sums[k] = two ? add(acc[k][0], acc[k][1]) : acc[k][0]; });
+}
+
 // Rows [r0, r1) of NC columns from a (row 0 of the first column): y(i) gets
 // the products of the columns' factors t, and d the dots of the columns.
 template <class T, int NC, class X, class Y>
@@ -61,33 +90,13 @@ ZI void rows(int r0, int r1, const T* a, int lda, X x, Y y, const T* t, typename
     const Y yr = y.sub(r0);
     auto ph = [&](auto Kc, auto Uc, int i0, int i1) ZI_L {
         constexpr int K = decltype(Kc)::value, U = decltype(Uc)::value;
-        constexpr bool two = NC == 1 && U > 1 && !cplx<T>;
         using V = rv<T, K>;
-        using v = typename V::v;
         if (i0 >= i1) return;
         fac<T, K> f[NC];
-        v acc[NC][2];
-        each<NC>([&](int k) ZI_L {
-            f[k] = factor<T, K>(t[k]);
-            acc[k][0] = acc[k][1] = V::zero();
-        });
-        for (int i = i0; i < i1; i += U * K) {
-            each<U>([&](int u) ZI_L {
-                const int r = i + u * K;
-                const xop<T, K> xo = dot_operand<T, K>(xr.template v<K>(r));
-                v yv = yr.template v<K>(r);
-                each<NC>([&](int k) ZI_L {
-                    const v av = V::ld(a + k * lda + r);
-                    yv = plus(yv, f[k], av);
-                    v& s = acc[k][two ? u & 1 : 0];
-                    s = dot(s, av, xo);
-                });
-                yr.template put<K>(r, yv);
-            });
-        }
-        each<NC>([&](int k) ZI_L {
-            d[k] = add(d[k], V::fold(two ? add(acc[k][0], acc[k][1]) : acc[k][0]));
-        });
+        typename V::v sums[NC];
+        each<NC>([&](int k) ZI_L { f[k] = factor<T, K>(t[k]); });
+        pass<T, NC, K, U>(i0, i1, a, lda, xr, yr, f, sums);
+        each<NC>([&](int k) ZI_L { d[k] = add(d[k], V::fold(sums[k])); });
     };
     if constexpr (X::unit && Y::unit) walk<T, S>(m, yr.p, ph);
     else ph(c_<1>{}, c_<1>{}, 0, m);

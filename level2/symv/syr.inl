@@ -43,7 +43,7 @@ constexpr shape pair_cols{1, branch == 7 ? 2 : 0};
 // Rows [0, m) of NCOL columns from c, lda apart: column k gets the products
 // of its factors t[k][q] with the sources src[q], in source order.
 template <class T, int NCOL, int NSRC, shape S, class X>
-ZI void update(int m, T* c, int lda, const T (&t)[NCOL][NSRC], const X (&src)[NSRC]) {
+NOI void update(int m, T* c, int lda, const T (&t)[NCOL][NSRC], const X (&src)[NSRC]) {
     if (m <= 0) return;
     walk<T, S>(m, c, [&](auto Kc, auto Uc, int i0, int i1) ZI_L {
         constexpr int K = decltype(Kc)::value, U = decltype(Uc)::value;
