@@ -10,8 +10,8 @@
 //                                    the 256-bit ones
 // The branches differ in the widths of the row passes (block4, column1) and
 // in the fused steps. Eight vector registers: a pass over four columns
-// holds the four dot accumulators, x, y, one column and one product; the
-// column factors are read from memory.
+// keeps the four dot accumulators, x, y and the products in registers; the
+// column factors and the columns come from memory as operands.
 //
 // Columns go in ascending order, four at a time, then singly. One walk over
 // a column serves both halves of the product: each stored a(i, j) adds
@@ -52,7 +52,7 @@ template <class T> ZI R_<T> re_of(const T& a) {
 // Rows [i0, i1) of NC columns, U registers of K rows a pass: y(i) gets the
 // products of the factors f, sums the dots (started at 0) of the columns.
 // On its own, with the factors behind a pointer: they are read from memory
-// at each use and leave the registers to the accumulators, x, y and a.
+// at each use and leave the registers to the accumulators, x and y.
 template <class T, int NC, int K, int U, class X, class Y>
 NOI void pass(int i0, int i1, const T* a, int lda, X x, Y y, const fac<T, K>* f,
               typename rv<T, K>::v* sums) {
