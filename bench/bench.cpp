@@ -308,6 +308,79 @@ template <class R, char T> struct gemv {
     }
 };
 
+// y = alpha A x + beta y with A symmetric (C = 1) or Hermitian (C = 2) and
+// its upper triangle stored.  buf: A, x, y; scal: alpha, beta as pairs.
+template <class R, int C> struct symv {
+    typedef void(STDCALL* zfn)(const char*, int, const int*, const R*, const R*, const int*, const R*,
+                               const int*, const R*, R*, const int*);
+    typedef void (*pfn)(const char*, const int*, const R*, const R*, const int*, const R*, const int*,
+                        const R*, R*, const int*, size_t);
+    static double flops(double n) { return (C == 1 ? 2.0 : 8.0) * n * n; }
+    static double bytes(double n) { return 0.5 * n * n * C * sizeof(R); }  // the triangle
+    static const R* scalar(Case& c, int i) {
+        static thread_local R v[4];
+        v[2 * i] = (R)c.scal[2 * i], v[2 * i + 1] = (R)c.scal[2 * i + 1];
+        return &v[2 * i];
+    }
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        for (int i = 0; i < 3; ++i)
+            if (!(c.buf[i] = bench_alloc((i == 0 ? n * n : n) * C * sizeof(R)))) return false;
+        fill((R*)c.buf[0], n * n * C, 3);
+        fill((R*)c.buf[1], n * C, 4);
+        c.scal[0] = 0.75, c.scal[1] = C == 2 ? 0.25 : 0, c.scal[2] = -0.5, c.scal[3] = 0;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[2], (size_t)c.n * C, 5); }
+    static void call_zva(void* f, Case& c) {
+        ((zfn)f)("U", 1, &c.n, scalar(c, 0), (R*)c.buf[0], &c.n, (R*)c.buf[1], &one, scalar(c, 1),
+                 (R*)c.buf[2], &one);
+    }
+    static void call_peer(void* f, Case& c) {
+        ((pfn)f)("U", &c.n, scalar(c, 0), (R*)c.buf[0], &c.n, (R*)c.buf[1], &one, scalar(c, 1),
+                 (R*)c.buf[2], &one, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[2];
+        *nreal = (size_t)c.n * C;
+    }
+};
+
+// A += alpha x y' + alpha y x' on the upper triangle.  buf: A, x, y.
+template <class R> struct syr2 {
+    typedef void(STDCALL* zfn)(const char*, int, const int*, const R*, const R*, const int*, const R*,
+                               const int*, R*, const int*);
+    typedef void (*pfn)(const char*, const int*, const R*, const R*, const int*, const R*, const int*, R*,
+                        const int*, size_t);
+    static double flops(double n) { return 2.0 * n * n; }
+    static double bytes(double n) { return n * n * sizeof(R); }  // the triangle, read and written
+    static const R* alpha(Case& c) {
+        static thread_local R v;
+        v = (R)c.scal[0];
+        return &v;
+    }
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        for (int i = 0; i < 3; ++i)
+            if (!(c.buf[i] = bench_alloc((i == 0 ? n * n : n) * sizeof(R)))) return false;
+        fill((R*)c.buf[1], n, 4);
+        fill((R*)c.buf[2], n, 5);
+        c.scal[0] = 0.75;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[0], (size_t)c.n * c.n, 3); }
+    static void call_zva(void* f, Case& c) {
+        ((zfn)f)("U", 1, &c.n, alpha(c), (R*)c.buf[1], &one, (R*)c.buf[2], &one, (R*)c.buf[0], &c.n);
+    }
+    static void call_peer(void* f, Case& c) {
+        ((pfn)f)("U", &c.n, alpha(c), (R*)c.buf[1], &one, (R*)c.buf[2], &one, (R*)c.buf[0], &c.n, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[0];
+        *nreal = (size_t)c.n * c.n;
+    }
+};
+
 // C = alpha op(A) op(B) + beta C with m = n = size and k = size, or k = K
 // for the skinny shapes; C = 2 for complex elements.  buf: A, B, C.
 template <class R, char TA, char TB, int K = 0, int C = 1> struct gemm {
@@ -568,6 +641,9 @@ const Op ops[] = {
     ROW("drotm", 'D', "_DROTM@24", "drotm_", 1 << 30, VEC, rot<double, true>),
     ROW("dgemv_n", 'D', "_DGEMV@48", "dgemv_", 4000, MV, gemv<double, 'N'>),
     ROW("dgemv_t", 'D', "_DGEMV@48", "dgemv_", 4000, MV, gemv<double, 'T'>),
+    ROW("dsymv", 'D', "_DSYMV@44", "dsymv_", 4000, MV, symv<double, 1>),
+    ROW("zhemv", 'Z', "_ZHEMV@44", "zhemv_", 4000, MV, symv<double, 2>),
+    ROW("dsyr2", 'D', "_DSYR2@40", "dsyr2_", 4000, MV, syr2<double>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'N'>),
     ROW("dgemm_nt", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'T'>),
     ROW("dgemm_tn", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'T', 'N'>),

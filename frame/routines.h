@@ -113,10 +113,10 @@ using zva::c64;
     ZVA_SAME(X, DGBMV, 56, CDSP, (zva::sig_gbmv<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CGBMV, 56, CDSP, (zva::sig_gbmv<c32>), (not_built), (not_built))                                         \
     ZVA_SAME(X, ZGBMV, 56, CDSP, (zva::sig_gbmv<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, SSYMV, 44, CDRV, (zva::sig_symv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DSYMV, 44, CDRV, (zva::sig_symv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CHEMV, 44, CDSP, (zva::sig_symv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZHEMV, 44, CDSP, (zva::sig_symv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSYMV, 44, CDRV, (zva::sig_symv<float>), (symv<float>), (symv_driver<float>))                            \
+    ZVA_SAME(X, DSYMV, 44, CDRV, (zva::sig_symv<double>), (symv<double>), (symv_driver<double>))                         \
+    ZVA_SAME(X, CHEMV, 44, CDSP, (zva::sig_symv<c32>), (hemv<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZHEMV, 44, CDSP, (zva::sig_symv<c64>), (hemv<c64>), (not_built))                                         \
     ZVA_SAME(X, SSBMV, 48, CDSP, (zva::sig_sbmv<float>), (not_built), (not_built))                                       \
     ZVA_SAME(X, DSBMV, 48, CDSP, (zva::sig_sbmv<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CHBMV, 48, CDSP, (zva::sig_sbmv<c32>), (not_built), (not_built))                                         \
@@ -155,14 +155,14 @@ using zva::c64;
     ZVA_SAME(X, ZGERU, 36, CDSP, (zva::sig_ger<c64>), (not_built), (not_built))                                          \
     ZVA_SAME(X, CGERC, 36, CDSP, (zva::sig_ger<c32>), (not_built), (not_built))                                          \
     ZVA_SAME(X, ZGERC, 36, CDSP, (zva::sig_ger<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, SSYR, 32, CDRV, (zva::sig_syr<float, float>), (not_built), (not_built))                                  \
-    ZVA_SAME(X, DSYR, 32, CDRV, (zva::sig_syr<double, double>), (not_built), (not_built))                                \
-    ZVA_SAME(X, CHER, 32, CDSP, (zva::sig_syr<c32, float>), (not_built), (not_built))                                    \
-    ZVA_SAME(X, ZHER, 32, CDSP, (zva::sig_syr<c64, double>), (not_built), (not_built))                                   \
-    ZVA_SAME(X, SSYR2, 40, CDRV, (zva::sig_syr2<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DSYR2, 40, CDRV, (zva::sig_syr2<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CHER2, 40, CDSP, (zva::sig_syr2<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZHER2, 40, CDSP, (zva::sig_syr2<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSYR, 32, CDRV, (zva::sig_syr<float, float>), (syr<float, float>), (syr_driver<float>))                  \
+    ZVA_SAME(X, DSYR, 32, CDRV, (zva::sig_syr<double, double>), (syr<double, double>), (syr_driver<double>))             \
+    ZVA_SAME(X, CHER, 32, CDSP, (zva::sig_syr<c32, float>), (her<c32, float>), (not_built))                              \
+    ZVA_SAME(X, ZHER, 32, CDSP, (zva::sig_syr<c64, double>), (her<c64, double>), (not_built))                            \
+    ZVA_SAME(X, SSYR2, 40, CDRV, (zva::sig_syr2<float>), (syr2<float>), (syr2_driver<float>))                            \
+    ZVA_SAME(X, DSYR2, 40, CDRV, (zva::sig_syr2<double>), (syr2<double>), (syr2_driver<double>))                         \
+    ZVA_SAME(X, CHER2, 40, CDSP, (zva::sig_syr2<c32>), (her2<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZHER2, 40, CDSP, (zva::sig_syr2<c64>), (her2<c64>), (not_built))                                         \
     ZVA_SAME(X, SSPR, 28, CDSP, (zva::sig_spr<float, float>), (not_built), (not_built))                                  \
     ZVA_SAME(X, DSPR, 28, CDSP, (zva::sig_spr<double, double>), (not_built), (not_built))                                \
     ZVA_SAME(X, CHPR, 28, CDSP, (zva::sig_spr<c32, float>), (not_built), (not_built))                                    \
@@ -210,10 +210,10 @@ using zva::c64;
     X(dgemm_scale_c, (zva::sig_gemm_scale_c<double>), (gemm_scale_c<double>)) \
     X(cgemm_scale_c, (zva::sig_gemm_scale_c<c32>), (gemm_scale_c<c32>))       \
     X(zgemm_scale_c, (zva::sig_gemm_scale_c<c64>), (gemm_scale_c<c64>))       \
-    X(ssyr_region, (zva::sig_syr_region<float>), (not_built))                 \
-    X(dsyr_region, (zva::sig_syr_region<double>), (not_built))                \
-    X(ssyr2_region, (zva::sig_syr2_region<float>), (not_built))               \
-    X(dsyr2_region, (zva::sig_syr2_region<double>), (not_built))              \
+    X(ssyr_region, (zva::sig_syr_region<float>), (syr_region<float>))         \
+    X(dsyr_region, (zva::sig_syr_region<double>), (syr_region<double>))       \
+    X(ssyr2_region, (zva::sig_syr2_region<float>), (syr2_region<float>))      \
+    X(dsyr2_region, (zva::sig_syr2_region<double>), (syr2_region<double>))    \
     X(strmv_region, (zva::sig_trmv_region<float>), (not_built))               \
     X(dtrmv_region, (zva::sig_trmv_region<double>), (not_built))              \
     X(ctrmv_region, (zva::sig_trmv_region<c32>), (not_built))                 \

@@ -13,4 +13,11 @@ template <class T> inline void gemv(Ch trans, I m, I n, const T* alpha, const T*
     gemv_driver<T>(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, 1);
 }
 
+// SYMV, SYR and SYR2 in S and D (level2/symv/driver.cpp).
+template <class T> void symv_driver(Ch uplo, I n, const T* alpha, const T* a, I lda, const T* x, I incx,
+                                    const T* beta, T* y, I incy, L);
+template <class T> void syr_driver(Ch uplo, I n, const T* alpha, const T* x, I incx, T* a, I lda, L);
+template <class T> void syr2_driver(Ch uplo, I n, const T* alpha, const T* x, I incx, const T* y, I incy, T* a,
+                                    I lda, L);
+
 }  // namespace zva
