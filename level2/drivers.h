@@ -13,4 +13,11 @@ template <class T> inline void gemv(Ch trans, I m, I n, const T* alpha, const T*
     gemv_driver<T>(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, 1);
 }
 
+// TRMV: the kernel, or the rows of the triangle split over a team with a
+// private copy of x. DTRSV: n > 0, then the kernel.
+template <class T> void trmv_driver(Ch uplo, Ch trans, Ch diag, I n, const T* a, I lda, T* x,
+                                    I incx, L, L, L);
+void dtrsv_driver(Ch uplo, Ch trans, Ch diag, I n, const double* a, I lda, double* x, I incx,
+                  L, L, L);
+
 }  // namespace zva
