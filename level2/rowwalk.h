@@ -165,6 +165,7 @@ void upd_rows(int m, vec<T, DU> dst, const Src* src, const T* f) {
     auto one = [&](auto lane, int r) L2_LAMBDA_INLINE {
         using K = decltype(lane);
         reg<K> s = dst.template get<K>(r);
+        #pragma GCC unroll 4
         for (int k = 0; k < NC; ++k) s = upd<K>(s, src[k].template get<K>(r), fac_of<K>(f[k]));
         K::store(dst.at(r), s);
     };
@@ -172,11 +173,15 @@ void upd_rows(int m, vec<T, DU> dst, const Src* src, const T* f) {
     if constexpr (DU) {
         for (; i + U * W <= m; i += U * W) {
             reg<V> s[U];
+            #pragma GCC unroll 4
             for (int u = 0; u < U; ++u) s[u] = V::load(dst.p + i + u * W);
+            #pragma GCC unroll 4
             for (int k = 0; k < NC; ++k) {
                 const fac<V> fk = fac_of<V>(f[k]);
+                #pragma GCC unroll 4
                 for (int u = 0; u < U; ++u) s[u] = upd<V>(s[u], src[k].template get<V>(i + u * W), fk);
             }
+            #pragma GCC unroll 4
             for (int u = 0; u < U; ++u) V::store(dst.p + i + u * W, s[u]);
         }
         if constexpr (!std::is_void_v<Tl>)
@@ -201,8 +206,10 @@ void dot_rows(int m, const T* a, int lda, const X& x, bool cj, T* out) {
         const reg<K> xv = x.template get<K>(r);
         if constexpr (K::cplx) {
             const reg<K> xr = simd::dre(xv), xi = cj ? simd::neg(simd::dim(xv)) : simd::dim(xv);
+            #pragma GCC unroll 4
             for (int k = 0; k < NC; ++k) c[k] = K::add(c[k], simd::cmul(K::load(a + k * lda + r), xr, xi));
         } else {
+            #pragma GCC unroll 4
             for (int k = 0; k < NC; ++k) c[k] = K::add(c[k], K::mul(K::load(a + k * lda + r), xv));
         }
     };
@@ -211,17 +218,23 @@ void dot_rows(int m, const T* a, int lda, const X& x, bool cj, T* out) {
     int i = 0;
     const int pe = peel_rows(a + (NC - 1) * lda, m, U * W);
     reg<S> cs[NC];
+    #pragma GCC unroll 4
     for (int k = 0; k < NC; ++k) cs[k] = S::zero();
     for (; i < pe; ++i) step(S{}, cs, i);
+    #pragma GCC unroll 4
     for (int k = 0; k < NC; ++k) S::store(sum + k, cs[k]);
     if (i + U * W <= m) {
         reg<V> c[U][NC];
+        #pragma GCC unroll 4
         for (int u = 0; u < U; ++u)
+            #pragma GCC unroll 4
             for (int k = 0; k < NC; ++k) c[u][k] = V::zero();
         for (; i + U * W <= m; i += U * W)
+            #pragma GCC unroll 4
             for (int u = 0; u < U; ++u) step(V{}, c[u], i + u * W);
         if constexpr (std::is_same_v<Tl, V>)
             for (; i + W <= m; i += W) step(V{}, c[0], i);
+        #pragma GCC unroll 4
         for (int k = 0; k < NC; ++k) {
             reg<V> t = c[0][k];
             if constexpr (U == 2) t = V::add(t, c[1][k]);
@@ -232,13 +245,17 @@ void dot_rows(int m, const T* a, int lda, const X& x, bool cj, T* out) {
     if constexpr (!std::is_void_v<Tl> && !std::is_same_v<Tl, V>) {
         if (i + Tl::W <= m) {
             reg<Tl> h[NC];
+            #pragma GCC unroll 4
             for (int k = 0; k < NC; ++k) h[k] = Tl::zero();
             for (; i + Tl::W <= m; i += Tl::W) step(Tl{}, h, i);
+            #pragma GCC unroll 4
             for (int k = 0; k < NC; ++k) sum[k] = sc_add(sum[k], fold<Tl>(h[k]));
         }
     }
+    #pragma GCC unroll 4
     for (int k = 0; k < NC; ++k) cs[k] = S::zero();
     for (; i < m; ++i) step(S{}, cs, i);
+    #pragma GCC unroll 4
     for (int k = 0; k < NC; ++k) {
         T t;
         S::store(&t, cs[k]);

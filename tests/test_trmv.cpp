@@ -73,6 +73,11 @@ template <class T> struct operands {
         return buf[guard + (inc > 0 ? (long)i * inc : (long)(n - 1 - i) * -inc)];
     }
     const T& xat(const std::vector<T>& buf, int i) const { return xat((T*)buf.data(), i); }
+    // Row i of op(A) is nonzero in columns [lo(i), hi(i)): up to the
+    // diagonal or from it.
+    bool from_diag() const { return up() != tr(); }
+    int lo(int i) const { return from_diag() ? i : 0; }
+    int hi(int i) const { return from_diag() ? n : i + 1; }
     // op(A)(i, j) as the routine must see it: 0 outside the triangle, 1 on a
     // unit diagonal.
     lc op(int i, int j) const {
@@ -108,7 +113,7 @@ template <class T> struct operands {
         for (int i = 0; i < n; ++i) {
             lc s = {0, 0};
             long double bound = 0;
-            for (int j = 0; j < n; ++j) {
+            for (int j = lo(i); j < hi(i); ++j) {
                 const lc p = mul(op(i, j), to_lc(xat(x0, j)));
                 s = add(s, p);
                 bound += mag(op(i, j)) * mag(to_lc(xat(x0, j)));
@@ -127,8 +132,8 @@ template <class T> struct operands {
         for (int s = 0; s < n; ++s) {
             const int i = fwd ? s : n - 1 - s;
             lc r = to_lc(xat(x0, i));
-            for (int j = 0; j < n; ++j)
-                if (j != i && (fwd ? j < i : j > i)) r = add(r, mul({-op(i, j).re, -op(i, j).im}, ref[j]));
+            for (int j = lo(i); j < hi(i); ++j)
+                if (j != i) r = add(r, mul({-op(i, j).re, -op(i, j).im}, ref[j]));
             const lc d = op(i, i);
             const long double q = d.re * d.re + d.im * d.im;
             ref[i] = {(r.re * d.re + r.im * d.im) / q, (r.im * d.re - r.re * d.im) / q};
@@ -136,7 +141,7 @@ template <class T> struct operands {
         for (int i = 0; i < n; ++i) {
             lc s = {-to_lc(xat(x0, i)).re, -to_lc(xat(x0, i)).im};
             long double bound = mag(to_lc(xat(x0, i)));
-            for (int j = 0; j < n; ++j) {
+            for (int j = lo(i); j < hi(i); ++j) {
                 s = add(s, mul(op(i, j), to_lc(xat(xg, j))));
                 bound += mag(op(i, j)) * mag(to_lc(xat(xg, j)));
             }

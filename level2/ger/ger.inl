@@ -23,7 +23,9 @@
 //   four columns  C 4, 2, 1 (7); 4, 1 (6); 2, 1  Z 1
 // A complex product is x*sr +/- swap(x)*si: fmaddsub in branch 7,
 // add-subtract in 3 to 6, on branch 2 a sign flip of the swapped x and an
-// add (level2/rowwalk.h, simd/cplx.h).
+// add (level2/rowwalk.h, simd/cplx.h). Eight xmm or ymm registers: the
+// four-column walk keeps x and its swapped copy and broadcasts the scalars
+// from memory, one column at a time.
 #include <immintrin.h>
 
 #include <cstdint>
@@ -94,6 +96,7 @@ template <class T> void four_cols(int m, const T* x, T* a, int lda, const T* s) 
     auto rows = [&](auto lane, int i) L2_LAMBDA_INLINE {
         using K = decltype(lane);
         const reg<K> xv = K::load(x + i), xs = simd::cswap(xv);
+        #pragma GCC unroll 4
         for (int k = 0; k < 4; ++k) {
             const fac<K> f = fac_of<K>(s[k]);
             K::store(c[k] + i, K::add(K::load(c[k] + i), simd::cprod(xv, xs, f.r, f.i)));
@@ -145,8 +148,10 @@ void ger_kernel(int m, int n, T alpha, const T* x, int incx, const T* y, int inc
         if (!via_axpy<T> && incx == 1 && incy == 1) {
             for (; j + 4 <= n; j += 4) {
                 bool all = true;
+                #pragma GCC unroll 4
                 for (int k = 0; k < 4; ++k) all = all && !is_zero(y[j + k]);
                 if (!all) {
+                    #pragma GCC unroll 4
                     for (int k = 0; k < 4; ++k) col(j + k);
                     continue;
                 }
