@@ -92,7 +92,7 @@ template <class T> struct rank1 {
 };
 
 const char* const real_names[] = {"SGER", "DGER"};
-const int incs[][2] = {{1, 1}, {1, -2}, {2, 1}, {-1, 1}, {-2, 3}};
+const int incs[][2] = {{1, 1}, {1, -2}, {2, 1}, {-1, 2}, {-2, -1}};
 
 template <class T> void sweep(const char* name) {
     const T alphas[] = {make<T>(1, 0), make<T>(-0.75, 0.5)};
