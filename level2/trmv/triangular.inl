@@ -59,12 +59,13 @@ template <class T> T* blas_ptr(T* p, int inc, int first, int count) {
 template <class T> using TL = tail7<lanev<T>>;
 template <class T> using TH = tail7<half_lane<T>>;
 
+template <int N> constexpr std::integral_constant<int, N> cols{};
+
 // x := op(A)*x on an n x n triangle in place; x's element k at xp + k*inc.
 // Columns in groups of 4 and n mod 4 single ones; the walk goes up from the
 // first column for (U, N) and (L, T), single columns last, and down from the
 // last column for the other two, single columns first, so that every x(j)
 // is read before it is overwritten.
-template <int N> constexpr std::integral_constant<int, N> cols{};
 
 template <class T, bool XU>
 void trmv_base(const tri_op& o, int n, const T* a, int lda, T* xp, int inc) {
@@ -190,6 +191,20 @@ template <class F> void by_stride(int inc, F&& f) {
 
 // ---- the walks --------------------------------------------------------------
 
+// Rows [r0, r1) x columns [c0, c1) of A in one matrix-vector product by
+// gemv_fn: not transposed, dst(rows) += alpha*A*src(columns); transposed,
+// dst(columns) += alpha*op(A)'*src(rows). Vectors as in blas_ptr.
+template <class T, class G>
+void rect_product(G gemv_fn, const tri_op& o, Ch trans, const T* alpha, const T* a, int lda,
+                  int r0, int r1, int c0, int c1, const T* src, int sinc, T* dst, int inc) {
+    int m = r1 - r0, k = c1 - c0;
+    if (m <= 0 || k <= 0) return;
+    const T one = unit_value<T>();
+    const int xf = o.tr ? r0 : c0, xc = o.tr ? m : k, yf = o.tr ? c0 : r0, yc = o.tr ? k : m;
+    gemv_fn(o.tr ? trans : "N", &m, &k, alpha, a + r0 + (long)c0 * lda, &lda,
+            blas_ptr(src, sinc, xf, xc), &sinc, &one, blas_ptr(dst, inc, yf, yc), &inc);
+}
+
 template <class T> constexpr int trmv_block = sizeof(T) == 8 ? 64 : 32;
 constexpr int trsv_block = 32;
 
@@ -204,15 +219,9 @@ void trmv_walk(Ch uplo, Ch trans, Ch diag, int n, const T* a, int lda, T* xl, in
                int e, const T* src, int sinc) {
     const tri_op o = tri_of<T>(uplo, trans, diag);
     const T one = unit_value<T>();
-    // Rows [r0, r1) x columns [c0, c1): not transposed, x(rows) gets
-    // A*src(columns); transposed, x(columns) gets op(A)'*src(rows).
+    // x(rows) or x(columns) gets the product with the old x in src.
     auto mv = [&](int r0, int r1, int c0, int c1) {
-        int m = r1 - r0, k = c1 - c0;
-        if (m <= 0 || k <= 0) return;
-        const T* ap = a + r0 + (long)c0 * lda;
-        const int xf = o.tr ? r0 : c0, xc = o.tr ? m : k, yf = o.tr ? c0 : r0, yc = o.tr ? k : m;
-        ZVA_NS::gemv<T>(o.tr ? trans : "N", &m, &k, &one, ap, &lda, blas_ptr(src, sinc, xf, xc), &sinc,
-                &one, blas_ptr(xl, inc, yf, yc), &inc);
+        rect_product(&ZVA_NS::gemv<T>, o, trans, &one, a, lda, r0, r1, c0, c1, src, sinc, xl, inc);
     };
     auto base = [&](int b0, int b1) {
         by_stride(inc, [&](auto u) {
@@ -242,14 +251,10 @@ void trmv_walk(Ch uplo, Ch trans, Ch diag, int n, const T* a, int lda, T* xl, in
 template <class T>
 void trsv_walk(Ch uplo, Ch trans, Ch diag, int n, const T* a, int lda, T* xl, int inc) {
     const tri_op o = tri_of<T>(uplo, trans, diag);
-    const T one = unit_value<T>(), minus = sc_neg(one);
+    const T minus = sc_neg(unit_value<T>());
+    // x(rows) or x(columns) loses the product with the solved elements.
     auto mv = [&](int r0, int r1, int c0, int c1) {
-        int m = r1 - r0, k = c1 - c0;
-        if (m <= 0 || k <= 0) return;
-        const T* ap = a + r0 + (long)c0 * lda;
-        const int xf = o.tr ? r0 : c0, xc = o.tr ? m : k, yf = o.tr ? c0 : r0, yc = o.tr ? k : m;
-        ::zva::gemv<T>(o.tr ? trans : "N", &m, &k, &minus, ap, &lda, blas_ptr(xl, inc, xf, xc),
-                       &inc, &one, blas_ptr(xl, inc, yf, yc), &inc);
+        rect_product(&::zva::gemv<T>, o, trans, &minus, a, lda, r0, r1, c0, c1, xl, inc, xl, inc);
     };
     auto base = [&](int b0, int b1) {
         by_stride(inc, [&](auto u) {
