@@ -378,6 +378,73 @@ template <class R> struct syr2 {
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[0];
         *nreal = (size_t)c.n * c.n;
+// x = A x (TRMV) or x = inv(A) x (TRSV) with A lower triangular, not
+// transposed, non-unit.  The diagonal is +-1 and the other elements are of
+// size 1/n, so that x keeps its size over any number of calls.  buf: A, x.
+template <class R, bool SOLVE> struct trmv {
+    typedef void(STDCALL* zfn)(const char*, int, const char*, int, const char*, int, const int*,
+                               const R*, const int*, R*, const int*);
+    typedef void (*pfn)(const char*, const char*, const char*, const int*, const R*, const int*,
+                        R*, const int*, size_t, size_t, size_t);
+    static double flops(double n) { return n * n; }
+    static double bytes(double n) { return n * n / 2 * sizeof(R); }  // the triangle
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        c.buf[0] = bench_alloc(n * n * sizeof(R));
+        c.buf[1] = bench_alloc(n * sizeof(R));
+        if (!c.buf[0] || !c.buf[1]) return false;
+        R* a = (R*)c.buf[0];
+        fill(a, n * n, 3);
+        for (size_t j = 0; j < n; ++j)
+            for (size_t i = j; i < n; ++i)
+                a[j * n + i] = i == j ? (a[j * n + i] < 0 ? -1 : 1) : a[j * n + i] / (R)n;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[1], (size_t)c.n, 4); }
+    static void call_zva(void* f, Case& c) {
+        ((zfn)f)("L", 1, "N", 1, "N", 1, &c.n, (R*)c.buf[0], &c.n, (R*)c.buf[1], &one);
+    }
+    static void call_peer(void* f, Case& c) {
+        ((pfn)f)("L", "N", "N", &c.n, (R*)c.buf[0], &c.n, (R*)c.buf[1], &one, 1, 1, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[1];
+        *nreal = (size_t)c.n;
+    }
+};
+
+// A += alpha x y' (conjugated y for the complex rows) on an n x n matrix;
+// C = 2 for complex elements.  buf: A, x, y.
+template <class R, int C> struct ger {
+    typedef void(STDCALL* zfn)(const int*, const int*, const R*, const R*, const int*, const R*,
+                               const int*, R*, const int*);
+    typedef void (*pfn)(const int*, const int*, const R*, const R*, const int*, const R*,
+                        const int*, R*, const int*);
+    static double flops(double n) { return (C == 1 ? 2.0 : 8.0) * n * n; }
+    static double bytes(double n) { return 2.0 * n * n * C * sizeof(R); }  // read and write A
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        c.buf[0] = bench_alloc(n * n * C * sizeof(R));
+        c.buf[1] = bench_alloc(n * C * sizeof(R));
+        c.buf[2] = bench_alloc(n * C * sizeof(R));
+        if (!c.buf[0] || !c.buf[1] || !c.buf[2]) return false;
+        fill((R*)c.buf[1], n * C, 4);
+        fill((R*)c.buf[2], n * C, 5);
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[0], (size_t)c.n * c.n * C, 3); }
+    static const R* alpha() {
+        static const R v[2] = {(R)0.75, (R)-0.25};
+        return v;
+    }
+    template <class F> static void call(void* f, Case& c) {
+        ((F)f)(&c.n, &c.n, alpha(), (R*)c.buf[1], &one, (R*)c.buf[2], &one, (R*)c.buf[0], &c.n);
+    }
+    static void call_zva(void* f, Case& c) { call<zfn>(f, c); }
+    static void call_peer(void* f, Case& c) { call<pfn>(f, c); }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[0];
+        *nreal = (size_t)c.n * c.n * C;
     }
 };
 
@@ -644,6 +711,10 @@ const Op ops[] = {
     ROW("dsymv", 'D', "_DSYMV@44", "dsymv_", 4000, MV, symv<double, 1>),
     ROW("zhemv", 'Z', "_ZHEMV@44", "zhemv_", 4000, MV, symv<double, 2>),
     ROW("dsyr2", 'D', "_DSYR2@40", "dsyr2_", 4000, MV, syr2<double>),
+    ROW("dtrmv", 'D', "_DTRMV@44", "dtrmv_", 4000, MV, trmv<double, false>),
+    ROW("dtrsv", 'D', "_DTRSV@44", "dtrsv_", 4000, MV, trmv<double, true>),
+    ROW("dger", 'D', "_DGER@36", "dger_", 4000, MV, ger<double, 1>),
+    ROW("zgerc", 'Z', "_ZGERC@36", "zgerc_", 4000, MV, ger<double, 2>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'N'>),
     ROW("dgemm_nt", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'T'>),
     ROW("dgemm_tn", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'T', 'N'>),

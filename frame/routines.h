@@ -125,10 +125,10 @@ using zva::c64;
     ZVA_SAME(X, DSPMV, 40, CDSP, (zva::sig_spmv<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CHPMV, 40, CDSP, (zva::sig_spmv<c32>), (not_built), (not_built))                                         \
     ZVA_SAME(X, ZHPMV, 40, CDSP, (zva::sig_spmv<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, STRMV, 44, CDRV, (zva::sig_trmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DTRMV, 44, CDRV, (zva::sig_trmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CTRMV, 44, CDRV, (zva::sig_trmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZTRMV, 44, CDRV, (zva::sig_trmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STRMV, 44, CDRV, (zva::sig_trmv<float>), (trmv<float>), (trmv_driver<float>))                           \
+    ZVA_SAME(X, DTRMV, 44, CDRV, (zva::sig_trmv<double>), (trmv<double>), (trmv_driver<double>))                        \
+    ZVA_SAME(X, CTRMV, 44, CDRV, (zva::sig_trmv<c32>), (trmv<c32>), (trmv_driver<c32>))                                 \
+    ZVA_SAME(X, ZTRMV, 44, CDRV, (zva::sig_trmv<c64>), (trmv<c64>), (trmv_driver<c64>))                                 \
     ZVA_SAME(X, STBMV, 48, CDSP, (zva::sig_tbmv<float>), (not_built), (not_built))                                       \
     ZVA_SAME(X, DTBMV, 48, CDSP, (zva::sig_tbmv<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CTBMV, 48, CDSP, (zva::sig_tbmv<c32>), (not_built), (not_built))                                         \
@@ -145,16 +145,16 @@ using zva::c64;
     ZVA_SAME(X, DTPSV, 40, CDSP, (zva::sig_tpmv<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CTPSV, 40, CDSP, (zva::sig_tpmv<c32>), (not_built), (not_built))                                         \
     ZVA_SAME(X, ZTPSV, 40, CDSP, (zva::sig_tpmv<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, STRSV, 44, CDSP, (zva::sig_trmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DTRSV, 44, CDRV, (zva::sig_trmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CTRSV, 44, CDSP, (zva::sig_trmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZTRSV, 44, CDSP, (zva::sig_trmv<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, SGER, 36, CDSP, (zva::sig_ger<float>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, DGER, 36, CDSP, (zva::sig_ger<double>), (not_built), (not_built))                                        \
-    ZVA_SAME(X, CGERU, 36, CDSP, (zva::sig_ger<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZGERU, 36, CDSP, (zva::sig_ger<c64>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, CGERC, 36, CDSP, (zva::sig_ger<c32>), (not_built), (not_built))                                          \
-    ZVA_SAME(X, ZGERC, 36, CDSP, (zva::sig_ger<c64>), (not_built), (not_built))                                          \
+    ZVA_SAME(X, STRSV, 44, CDSP, (zva::sig_trmv<float>), (trsv<float>), (not_built))                                    \
+    ZVA_SAME(X, DTRSV, 44, CDRV, (zva::sig_trmv<double>), (trsv<double>), (dtrsv_driver))                               \
+    ZVA_SAME(X, CTRSV, 44, CDSP, (zva::sig_trmv<c32>), (trsv<c32>), (not_built))                                        \
+    ZVA_SAME(X, ZTRSV, 44, CDSP, (zva::sig_trmv<c64>), (trsv<c64>), (not_built))                                        \
+    ZVA_SAME(X, SGER, 36, CDSP, (zva::sig_ger<float>), (ger<float, false>), (not_built))                                \
+    ZVA_SAME(X, DGER, 36, CDSP, (zva::sig_ger<double>), (ger<double, false>), (not_built))                              \
+    ZVA_SAME(X, CGERU, 36, CDSP, (zva::sig_ger<c32>), (ger<c32, false>), (not_built))                                   \
+    ZVA_SAME(X, ZGERU, 36, CDSP, (zva::sig_ger<c64>), (ger<c64, false>), (not_built))                                   \
+    ZVA_SAME(X, CGERC, 36, CDSP, (zva::sig_ger<c32>), (ger<c32, true>), (not_built))                                    \
+    ZVA_SAME(X, ZGERC, 36, CDSP, (zva::sig_ger<c64>), (ger<c64, true>), (not_built))                                    \
     ZVA_SAME(X, SSYR, 32, CDRV, (zva::sig_syr<float, float>), (syr<float, float>), (syr_driver<float>))                  \
     ZVA_SAME(X, DSYR, 32, CDRV, (zva::sig_syr<double, double>), (syr<double, double>), (syr_driver<double>))             \
     ZVA_SAME(X, CHER, 32, CDSP, (zva::sig_syr<c32, float>), (her<c32, float>), (not_built))                              \
@@ -214,10 +214,10 @@ using zva::c64;
     X(dsyr_region, (zva::sig_syr_region<double>), (syr_region<double>))       \
     X(ssyr2_region, (zva::sig_syr2_region<float>), (syr2_region<float>))      \
     X(dsyr2_region, (zva::sig_syr2_region<double>), (syr2_region<double>))    \
-    X(strmv_region, (zva::sig_trmv_region<float>), (not_built))               \
-    X(dtrmv_region, (zva::sig_trmv_region<double>), (not_built))              \
-    X(ctrmv_region, (zva::sig_trmv_region<c32>), (not_built))                 \
-    X(ztrmv_region, (zva::sig_trmv_region<c64>), (not_built))                 \
+    X(ztrmv_region, (zva::sig_trmv_region<c64>), (trmv_region<c64>))          \
+    X(ztrmv_region, (zva::sig_trmv_region<c64>), (trmv_region<c64>))          \
+    X(ztrmv_region, (zva::sig_trmv_region<c64>), (trmv_region<c64>))          \
+    X(ztrmv_region, (zva::sig_trmv_region<c64>), (trmv_region<c64>))          \
     ZVA_CTX_POINTS(X, s, float)                                               \
     ZVA_CTX_POINTS(X, d, double)                                              \
     ZVA_CTX_POINTS(X, c, c32)                                                 \

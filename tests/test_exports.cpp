@@ -120,11 +120,13 @@ TEST(Exports, CalleeRemovesItsWords) {
 
 // A routine whose kernels are not written yet must never return quietly.
 TEST(ExportsDeathTest, UnbuiltRoutinesStopWithTheirName) {
-    typedef void(ZVA_STDCALL * dger_fn)(const int*, const int*, const double*, const double*,
-                                         const int*, const double*, const int*, double*,
-                                         const int*);
-    auto dger = zva_fn<dger_fn>("_DGER@36");
-    double x[2] = {1, 2}, a[4] = {};
-    int n = 2, one = 1;
-    EXPECT_EXIT(dger(&n, &n, x, x, &one, x, &one, a, &n), testing::KilledBySignal(SIGABRT), "DGER");
+    typedef void(ZVA_STDCALL * dsymm_fn)(const char*, int, const char*, int, const int*,
+                                          const int*, const double*, const double*, const int*,
+                                          const double*, const int*, const double*, double*,
+                                          const int*);
+    auto dsymm = zva_fn<dsymm_fn>("_DSYMM@56");
+    double a[4] = {}, one = 1;
+    int n = 2;
+    EXPECT_EXIT(dsymm("L", 1, "U", 1, &n, &n, &one, a, &n, a, &n, &one, a, &n),
+                testing::KilledBySignal(SIGABRT), "DSYMM");
 }
