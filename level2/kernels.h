@@ -7,3 +7,11 @@ ZVA_IN_EVERY_BRANCH(
     // trans, m, n, alpha, a, lda, x, incx, beta, y, incy: the export's list
     // without the hidden length.
     template <class T> sig_gemv_k<T> gemv;)
+
+// Band kernels (level2/band/): the export's list with its hidden lengths.
+// sbmv of a complex type is HBMV; tbmv and tbsv share one argument list.
+ZVA_IN_EVERY_BRANCH(
+    template <class T> sig_gbmv<T> gbmv;
+    template <class T> sig_sbmv<T> sbmv;
+    template <class T> sig_tbmv<T> tbmv;
+    template <class T> sig_tbmv<T> tbsv;)
