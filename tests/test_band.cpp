@@ -274,8 +274,8 @@ template <class T> void sbmv_sweep() {
     const T one = make<T>(1), half = make<T>(0.75, -0.5), b2 = make<T>(-0.5, 0.25), zero = make<T>(0);
     for (const char* uplo : {"U", "L", "u", "l"})
         for (int n : {1, 2, 3, 4, 5, 8, 17, 33, 40})
-            for (int k : {0, 1, 2, 3, 18, n - 1}) {
-                if (k < 0 || (k >= n && k > 0)) continue;
+            for (int k : {0, 1, 2, 3, 18, n - 1, n + 2}) {
+                if (k < 0 || (k >= n && k > 0 && k != n + 2)) continue;  // k past the matrix once
                 for (auto& inc : incs) {
                     const int off = (n + k) & 1;
                     sbmv_case<T>({uplo, n, k, half, b2, inc[0], inc[1], off, false});
@@ -404,8 +404,8 @@ template <class T> void tb_sweep(bool solve) {
         for (const char* tr : {"N", "T", "C", "n", "c"})
             for (const char* dg : {"N", "U", "u"})
                 for (int n : {1, 2, 3, 4, 5, 8, 17, 34, 40})
-                    for (int k : {0, 1, 2, 3, 19, n - 1}) {
-                        if (k < 0 || (k >= n && k > 0)) continue;
+                    for (int k : {0, 1, 2, 3, 19, n - 1, n + 2}) {
+                        if (k < 0 || (k >= n && k > 0 && k != n + 2)) continue;
                         for (int inc : {1, 2, -1, -2}) {
                             const tb_case<T> c{uplo, tr, dg, n, k, inc, (n + k + inc) & 1};
                             if (solve) tbsv_case(c);

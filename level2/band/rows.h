@@ -157,7 +157,7 @@ template <class L, bool Cj> BAND_ZI typename L::T reduce(const typename L::v* s)
 // ---- the walk of the rows ----------------------------------------------------
 
 template <int N, class F> BAND_ZI void unroll(F&& f) {
-    [&]<int... K>(std::integer_sequence<int, K...>) {
+    [&]<int... K>(std::integer_sequence<int, K...>) __attribute__((always_inline)) {
         (f(std::integral_constant<int, K>{}), ...);
     }(std::make_integer_sequence<int, N>{});
 }
@@ -174,7 +174,8 @@ template <class T, int U, bool One, class F> BAND_ZI void walk(int len, const vo
         const int p = al ? peel_to(al, vbytes, sizeof(T)) : 0;
         if (p > 0 && len - p >= P)
             for (; i < p; ++i) f(S{}, i, K0{});
-        for (; i <= len - P; i += P) unroll<U>([&](auto k) { f(V{}, i + k * W, k); });
+        for (; i <= len - P; i += P)
+            unroll<U>([&](auto k) __attribute__((always_inline)) { f(V{}, i + k * W, k); });
     }
     if constexpr (One && U > 1)
         for (; i <= len - W; i += W) f(V{}, i, K0{});
