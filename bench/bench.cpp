@@ -676,6 +676,63 @@ template <class R, bool M> struct rot {
     }
 };
 
+// Banded matrix times vector (GBMV, kl = ku = K) and banded triangular solve
+// (TBSV, upper, not transposed, k = K) on n columns, in double.  buf: the
+// band (K + 1 or 2K + 1 rows), x, y.  TBSV solves in place, call after call:
+// its diagonal is +-1 and the band above it of size 2^-22, so that the
+// repeated solves stay near the start values for any number of calls,
+// while the first, checked, solve still depends on every band element.
+template <bool SOLVE, int K> struct band {
+    typedef void(STDCALL* zgb)(const char*, int, const int*, const int*, const int*,
+                               const int*, const double*, const double*, const int*,
+                               const double*, const int*, const double*, double*, const int*);
+    typedef void (*pgb)(const char*, const int*, const int*, const int*, const int*,
+                        const double*, const double*, const int*, const double*, const int*,
+                        const double*, double*, const int*, size_t);
+    typedef void(STDCALL* ztb)(const char*, int, const char*, int, const char*, int,
+                               const int*, const int*, const double*, const int*, double*,
+                               const int*);
+    typedef void (*ptb)(const char*, const char*, const char*, const int*, const int*,
+                        const double*, const int*, double*, const int*, size_t, size_t,
+                        size_t);
+    static constexpr int k = K, lda = SOLVE ? K + 1 : 2 * K + 1;
+    static double flops(double n) { return 2.0 * n * (SOLVE ? K + 1 : 2 * K + 1); }
+    static double bytes(double n) { return n * lda * sizeof(double); }
+    static double* out(const Case& c) { return (double*)c.buf[SOLVE ? 1 : 2]; }
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        c.buf[0] = bench_alloc(n * lda * sizeof(double));
+        c.buf[1] = bench_alloc(n * sizeof(double));
+        c.buf[2] = bench_alloc(n * sizeof(double));
+        if (!c.buf[0] || !c.buf[1] || !c.buf[2]) return false;
+        double* a = (double*)c.buf[0];
+        fill(a, n * lda, 3);
+        fill((double*)c.buf[1], n, 4);
+        if (SOLVE)
+            for (size_t j = 0; j < n; ++j) {
+                for (int r = 0; r < K; ++r) a[j * lda + r] *= 0x1p-22;
+                a[j * lda + K] = a[j * lda + K] < 0 ? -1.0 : 1.0;
+            }
+        c.scal[0] = 0.75, c.scal[1] = -0.5;
+        return true;
+    }
+    static void reset(Case& c) { fill(out(c), (size_t)c.n, 5); }
+    static void call_zva(void* f, Case& c) {
+        if (SOLVE) ((ztb)f)("U", 1, "N", 1, "N", 1, &c.n, &k, (double*)c.buf[0], &lda, out(c), &one);
+        else ((zgb)f)("N", 1, &c.n, &c.n, &k, &k, &c.scal[0], (double*)c.buf[0], &lda,
+                      (double*)c.buf[1], &one, &c.scal[1], out(c), &one);
+    }
+    static void call_peer(void* f, Case& c) {
+        if (SOLVE) ((ptb)f)("U", "N", "N", &c.n, &k, (double*)c.buf[0], &lda, out(c), &one, 1, 1, 1);
+        else ((pgb)f)("N", &c.n, &c.n, &k, &k, &c.scal[0], (double*)c.buf[0], &lda,
+                      (double*)c.buf[1], &one, &c.scal[1], out(c), &one, 1);
+    }
+    static void result(const Case& c, const void** o, size_t* nreal) {
+        *o = out(c);
+        *nreal = (size_t)c.n;
+    }
+};
+
 #define ROW(name, type, zsym, psym, max_n, shape, ...)                       \
     {name, type, zsym, psym, __VA_ARGS__::flops, __VA_ARGS__::bytes,         \
      __VA_ARGS__::setup, __VA_ARGS__::reset, __VA_ARGS__::call_zva,          \
@@ -715,6 +772,8 @@ const Op ops[] = {
     ROW("dtrsv", 'D', "_DTRSV@44", "dtrsv_", 4000, MV, trmv<double, true>),
     ROW("dger", 'D', "_DGER@36", "dger_", 4000, MV, ger<double, 1>),
     ROW("zgerc", 'Z', "_ZGERC@36", "zgerc_", 4000, MV, ger<double, 2>),
+    ROW("dgbmv", 'D', "_DGBMV@56", "dgbmv_", 1 << 20, MV, band<false, 32>),
+    ROW("dtbsv", 'D', "_DTBSV@48", "dtbsv_", 1 << 20, MV, band<true, 32>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'N'>),
     ROW("dgemm_nt", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'T'>),
     ROW("dgemm_tn", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'T', 'N'>),

@@ -109,18 +109,18 @@ using zva::c64;
     X(DGEMV, 48, CDRV, (zva::sig_gemv<double>), (zva::sig_gemv_k<double>), (gemv<double>), (gemv_driver<double>))        \
     X(CGEMV, 48, CDRV, (zva::sig_gemv<c32>), (zva::sig_gemv_k<c32>), (gemv<c32>), (gemv_driver<c32>))                    \
     X(ZGEMV, 48, CDRV, (zva::sig_gemv<c64>), (zva::sig_gemv_k<c64>), (gemv<c64>), (gemv_driver<c64>))                    \
-    ZVA_SAME(X, SGBMV, 56, CDSP, (zva::sig_gbmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DGBMV, 56, CDSP, (zva::sig_gbmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CGBMV, 56, CDSP, (zva::sig_gbmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZGBMV, 56, CDSP, (zva::sig_gbmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SGBMV, 56, CDSP, (zva::sig_gbmv<float>), (gbmv<float>), (not_built))                                     \
+    ZVA_SAME(X, DGBMV, 56, CDSP, (zva::sig_gbmv<double>), (gbmv<double>), (not_built))                                   \
+    ZVA_SAME(X, CGBMV, 56, CDSP, (zva::sig_gbmv<c32>), (gbmv<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZGBMV, 56, CDSP, (zva::sig_gbmv<c64>), (gbmv<c64>), (not_built))                                         \
     ZVA_SAME(X, SSYMV, 44, CDRV, (zva::sig_symv<float>), (symv<float>), (symv_driver<float>))                            \
     ZVA_SAME(X, DSYMV, 44, CDRV, (zva::sig_symv<double>), (symv<double>), (symv_driver<double>))                         \
     ZVA_SAME(X, CHEMV, 44, CDSP, (zva::sig_symv<c32>), (hemv<c32>), (not_built))                                         \
     ZVA_SAME(X, ZHEMV, 44, CDSP, (zva::sig_symv<c64>), (hemv<c64>), (not_built))                                         \
-    ZVA_SAME(X, SSBMV, 48, CDSP, (zva::sig_sbmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DSBMV, 48, CDSP, (zva::sig_sbmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CHBMV, 48, CDSP, (zva::sig_sbmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZHBMV, 48, CDSP, (zva::sig_sbmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSBMV, 48, CDSP, (zva::sig_sbmv<float>), (sbmv<float>), (not_built))                                     \
+    ZVA_SAME(X, DSBMV, 48, CDSP, (zva::sig_sbmv<double>), (sbmv<double>), (not_built))                                   \
+    ZVA_SAME(X, CHBMV, 48, CDSP, (zva::sig_sbmv<c32>), (sbmv<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZHBMV, 48, CDSP, (zva::sig_sbmv<c64>), (sbmv<c64>), (not_built))                                         \
     ZVA_SAME(X, SSPMV, 40, CDSP, (zva::sig_spmv<float>), (not_built), (not_built))                                       \
     ZVA_SAME(X, DSPMV, 40, CDSP, (zva::sig_spmv<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CHPMV, 40, CDSP, (zva::sig_spmv<c32>), (not_built), (not_built))                                         \
@@ -129,14 +129,14 @@ using zva::c64;
     ZVA_SAME(X, DTRMV, 44, CDRV, (zva::sig_trmv<double>), (trmv<double>), (trmv_driver<double>))                        \
     ZVA_SAME(X, CTRMV, 44, CDRV, (zva::sig_trmv<c32>), (trmv<c32>), (trmv_driver<c32>))                                 \
     ZVA_SAME(X, ZTRMV, 44, CDRV, (zva::sig_trmv<c64>), (trmv<c64>), (trmv_driver<c64>))                                 \
-    ZVA_SAME(X, STBMV, 48, CDSP, (zva::sig_tbmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DTBMV, 48, CDSP, (zva::sig_tbmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CTBMV, 48, CDSP, (zva::sig_tbmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZTBMV, 48, CDSP, (zva::sig_tbmv<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, STBSV, 48, CDSP, (zva::sig_tbmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DTBSV, 48, CDSP, (zva::sig_tbmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CTBSV, 48, CDSP, (zva::sig_tbmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZTBSV, 48, CDSP, (zva::sig_tbmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STBMV, 48, CDSP, (zva::sig_tbmv<float>), (tbmv<float>), (not_built))                                     \
+    ZVA_SAME(X, DTBMV, 48, CDSP, (zva::sig_tbmv<double>), (tbmv<double>), (not_built))                                   \
+    ZVA_SAME(X, CTBMV, 48, CDSP, (zva::sig_tbmv<c32>), (tbmv<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZTBMV, 48, CDSP, (zva::sig_tbmv<c64>), (tbmv<c64>), (not_built))                                         \
+    ZVA_SAME(X, STBSV, 48, CDSP, (zva::sig_tbmv<float>), (tbsv<float>), (not_built))                                     \
+    ZVA_SAME(X, DTBSV, 48, CDSP, (zva::sig_tbmv<double>), (tbsv<double>), (not_built))                                   \
+    ZVA_SAME(X, CTBSV, 48, CDSP, (zva::sig_tbmv<c32>), (tbsv<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZTBSV, 48, CDSP, (zva::sig_tbmv<c64>), (tbsv<c64>), (not_built))                                         \
     ZVA_SAME(X, STPMV, 40, CDSP, (zva::sig_tpmv<float>), (not_built), (not_built))                                       \
     ZVA_SAME(X, DTPMV, 40, CDSP, (zva::sig_tpmv<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CTPMV, 40, CDSP, (zva::sig_tpmv<c32>), (not_built), (not_built))                                         \

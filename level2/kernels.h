@@ -67,3 +67,10 @@ ZVA_TRMV_REGION(b6)
 ZVA_TRMV_REGION(b7)
 #undef ZVA_TRMV_REGION
 #undef ZVA_TRMV_NO_REGION
+// Band kernels (level2/band/): the export's list with its hidden lengths.
+// sbmv of a complex type is HBMV; tbmv and tbsv share one argument list.
+ZVA_IN_EVERY_BRANCH(
+    template <class T> sig_gbmv<T> gbmv;
+    template <class T> sig_sbmv<T> sbmv;
+    template <class T> sig_tbmv<T> tbmv;
+    template <class T> sig_tbmv<T> tbsv;)
