@@ -17,7 +17,9 @@
 //   group   W, and on branch 7 in the real types a W/2 pass
 //   alone   4W (D) or 2W; on branch 7 then W; Z on branches 2 to 5 one row
 // Branch 7 fuses the y update (and the real dots); the others round each
-// product. The rest of the differences live in lanes.inl.
+// product. The rest of the differences live in lanes.inl. Registers: a real
+// pair keeps t0, t1 and two dot sums next to y, x and a column; a complex
+// block of four takes its factors from the stack.
 #include "level2/packed/lanes.inl"
 
 namespace zva::ZVA_NS {

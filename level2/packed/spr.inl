@@ -18,6 +18,8 @@
 //   complex  8, and on branch 7 then W; Z on branches 2 to 5: 2 (HPR) or 1
 // ZHPR on branches 4 to 7 and CHPR on branch 4 hand each column of the unit
 // path to the AXPY kernel of their branch and then fix the diagonal.
+// Registers: the factors (two per complex one) and one working register a
+// row access; nothing is carried from row to row.
 #include "level2/packed/lanes.inl"
 
 namespace zva::ZVA_NS {

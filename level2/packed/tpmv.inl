@@ -29,6 +29,9 @@
 //   Z  block 4,2 / 4,2 / 1; left over 8,2 / 8 / 1 (TPSV 2)
 // Non-unit increments take the same blocks and passes by element moves; the
 // TPSV vectors of reals on branch 7 by the gather instruction.
+// Registers: four column factors and the row sum (four dot sums when
+// transposed) stay in registers in the real types; the complex factors of a
+// block partly come from the stack.
 #include "level2/packed/lanes.inl"
 
 namespace zva::ZVA_NS {
