@@ -409,6 +409,54 @@ template <class R, bool SOLVE> struct trmv {
     }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[1];
+// An n x n matrix as its packed upper triangle: y = alpha A x + beta y
+// (SPMV), or x = A x with A triangular, not transposed, non-unit (TPMV), x
+// copied in afresh before each call so that repeated calls keep the same
+// numbers.  buf: A, x, y (SPMV) or the x the call works on (TPMV).
+template <class R, bool Tri> struct packed {
+    typedef void(STDCALL* zspmv)(const char*, int, const int*, const R*, const R*, const R*,
+                                 const int*, const R*, R*, const int*);
+    typedef void(STDCALL* ztpmv)(const char*, int, const char*, int, const char*, int, const int*,
+                                 const R*, R*, const int*);
+    typedef void (*pspmv)(const char*, const int*, const R*, const R*, const R*, const int*,
+                          const R*, R*, const int*, size_t);
+    typedef void (*ptpmv)(const char*, const char*, const char*, const int*, const R*, R*,
+                          const int*, size_t, size_t, size_t);
+    static double flops(double n) { return (Tri ? 1.0 : 2.0) * n * n; }
+    static double bytes(double n) { return n * (n + 1) / 2 * sizeof(R); }
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        c.buf[0] = bench_alloc(n * (n + 1) / 2 * sizeof(R));
+        c.buf[1] = bench_alloc(n * sizeof(R));
+        c.buf[2] = bench_alloc(n * sizeof(R));
+        if (!c.buf[0] || !c.buf[1] || !c.buf[2]) return false;
+        fill((R*)c.buf[0], n * (n + 1) / 2, 10);
+        fill((R*)c.buf[1], n, 11);
+        c.scal[0] = 0.75, c.scal[1] = -0.5;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[2], (size_t)c.n, 12); }
+    static const R* scalar(Case& c, int i) {
+        static thread_local R v[2];
+        v[i] = (R)c.scal[i];
+        return &v[i];
+    }
+    template <class S, class T> static void call(void* f, Case& c) {
+        R* w = (R*)c.buf[2];
+        if constexpr (Tri) {
+            memcpy(w, c.buf[1], (size_t)c.n * sizeof(R));
+            if constexpr (std::is_same_v<T, ztpmv>) ((T)f)("U", 1, "N", 1, "N", 1, &c.n, (R*)c.buf[0], w, &one);
+            else ((T)f)("U", "N", "N", &c.n, (R*)c.buf[0], w, &one, 1, 1, 1);
+        } else if constexpr (std::is_same_v<S, zspmv>) {
+            ((S)f)("U", 1, &c.n, scalar(c, 0), (R*)c.buf[0], (R*)c.buf[1], &one, scalar(c, 1), w, &one);
+        } else {
+            ((S)f)("U", &c.n, scalar(c, 0), (R*)c.buf[0], (R*)c.buf[1], &one, scalar(c, 1), w, &one, 1);
+        }
+    }
+    static void call_zva(void* f, Case& c) { call<zspmv, ztpmv>(f, c); }
+    static void call_peer(void* f, Case& c) { call<pspmv, ptpmv>(f, c); }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[2];
         *nreal = (size_t)c.n;
     }
 };
@@ -774,6 +822,8 @@ const Op ops[] = {
     ROW("zgerc", 'Z', "_ZGERC@36", "zgerc_", 4000, MV, ger<double, 2>),
     ROW("dgbmv", 'D', "_DGBMV@56", "dgbmv_", 1 << 20, MV, band<false, 32>),
     ROW("dtbsv", 'D', "_DTBSV@48", "dtbsv_", 1 << 20, MV, band<true, 32>),
+    ROW("dspmv", 'D', "_DSPMV@40", "dspmv_", 4000, MV, packed<double, false>),
+    ROW("dtpmv", 'D', "_DTPMV@40", "dtpmv_", 4000, MV, packed<double, true>),
     ROW("dgemm", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'N'>),
     ROW("dgemm_nt", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'N', 'T'>),
     ROW("dgemm_tn", 'D', "_DGEMM@60", "dgemm_", 2000, MM, gemm<double, 'T', 'N'>),

@@ -121,10 +121,10 @@ using zva::c64;
     ZVA_SAME(X, DSBMV, 48, CDSP, (zva::sig_sbmv<double>), (sbmv<double>), (not_built))                                   \
     ZVA_SAME(X, CHBMV, 48, CDSP, (zva::sig_sbmv<c32>), (sbmv<c32>), (not_built))                                         \
     ZVA_SAME(X, ZHBMV, 48, CDSP, (zva::sig_sbmv<c64>), (sbmv<c64>), (not_built))                                         \
-    ZVA_SAME(X, SSPMV, 40, CDSP, (zva::sig_spmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DSPMV, 40, CDSP, (zva::sig_spmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CHPMV, 40, CDSP, (zva::sig_spmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZHPMV, 40, CDSP, (zva::sig_spmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSPMV, 40, CDSP, (zva::sig_spmv<float>), (spmv<float>), (not_built))                                     \
+    ZVA_SAME(X, DSPMV, 40, CDSP, (zva::sig_spmv<double>), (spmv<double>), (not_built))                                   \
+    ZVA_SAME(X, CHPMV, 40, CDSP, (zva::sig_spmv<c32>), (spmv<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZHPMV, 40, CDSP, (zva::sig_spmv<c64>), (spmv<c64>), (not_built))                                         \
     ZVA_SAME(X, STRMV, 44, CDRV, (zva::sig_trmv<float>), (trmv<float>), (trmv_driver<float>))                           \
     ZVA_SAME(X, DTRMV, 44, CDRV, (zva::sig_trmv<double>), (trmv<double>), (trmv_driver<double>))                        \
     ZVA_SAME(X, CTRMV, 44, CDRV, (zva::sig_trmv<c32>), (trmv<c32>), (trmv_driver<c32>))                                 \
@@ -137,14 +137,14 @@ using zva::c64;
     ZVA_SAME(X, DTBSV, 48, CDSP, (zva::sig_tbmv<double>), (tbsv<double>), (not_built))                                   \
     ZVA_SAME(X, CTBSV, 48, CDSP, (zva::sig_tbmv<c32>), (tbsv<c32>), (not_built))                                         \
     ZVA_SAME(X, ZTBSV, 48, CDSP, (zva::sig_tbmv<c64>), (tbsv<c64>), (not_built))                                         \
-    ZVA_SAME(X, STPMV, 40, CDSP, (zva::sig_tpmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DTPMV, 40, CDSP, (zva::sig_tpmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CTPMV, 40, CDSP, (zva::sig_tpmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZTPMV, 40, CDSP, (zva::sig_tpmv<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, STPSV, 40, CDSP, (zva::sig_tpmv<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DTPSV, 40, CDSP, (zva::sig_tpmv<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CTPSV, 40, CDSP, (zva::sig_tpmv<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZTPSV, 40, CDSP, (zva::sig_tpmv<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STPMV, 40, CDSP, (zva::sig_tpmv<float>), (tpmv<float>), (not_built))                                     \
+    ZVA_SAME(X, DTPMV, 40, CDSP, (zva::sig_tpmv<double>), (tpmv<double>), (not_built))                                   \
+    ZVA_SAME(X, CTPMV, 40, CDSP, (zva::sig_tpmv<c32>), (tpmv<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZTPMV, 40, CDSP, (zva::sig_tpmv<c64>), (tpmv<c64>), (not_built))                                         \
+    ZVA_SAME(X, STPSV, 40, CDSP, (zva::sig_tpmv<float>), (tpsv<float>), (not_built))                                     \
+    ZVA_SAME(X, DTPSV, 40, CDSP, (zva::sig_tpmv<double>), (tpsv<double>), (not_built))                                   \
+    ZVA_SAME(X, CTPSV, 40, CDSP, (zva::sig_tpmv<c32>), (tpsv<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZTPSV, 40, CDSP, (zva::sig_tpmv<c64>), (tpsv<c64>), (not_built))                                         \
     ZVA_SAME(X, STRSV, 44, CDSP, (zva::sig_trmv<float>), (trsv<float>), (not_built))                                    \
     ZVA_SAME(X, DTRSV, 44, CDRV, (zva::sig_trmv<double>), (trsv<double>), (dtrsv_driver))                               \
     ZVA_SAME(X, CTRSV, 44, CDSP, (zva::sig_trmv<c32>), (trsv<c32>), (not_built))                                        \
@@ -163,14 +163,14 @@ using zva::c64;
     ZVA_SAME(X, DSYR2, 40, CDRV, (zva::sig_syr2<double>), (syr2<double>), (syr2_driver<double>))                         \
     ZVA_SAME(X, CHER2, 40, CDSP, (zva::sig_syr2<c32>), (her2<c32>), (not_built))                                         \
     ZVA_SAME(X, ZHER2, 40, CDSP, (zva::sig_syr2<c64>), (her2<c64>), (not_built))                                         \
-    ZVA_SAME(X, SSPR, 28, CDSP, (zva::sig_spr<float, float>), (not_built), (not_built))                                  \
-    ZVA_SAME(X, DSPR, 28, CDSP, (zva::sig_spr<double, double>), (not_built), (not_built))                                \
-    ZVA_SAME(X, CHPR, 28, CDSP, (zva::sig_spr<c32, float>), (not_built), (not_built))                                    \
-    ZVA_SAME(X, ZHPR, 28, CDSP, (zva::sig_spr<c64, double>), (not_built), (not_built))                                   \
-    ZVA_SAME(X, SSPR2, 36, CDSP, (zva::sig_spr2<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DSPR2, 36, CDSP, (zva::sig_spr2<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CHPR2, 36, CDSP, (zva::sig_spr2<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZHPR2, 36, CDSP, (zva::sig_spr2<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSPR, 28, CDSP, (zva::sig_spr<float, float>), (spr<float, float>), (not_built))                          \
+    ZVA_SAME(X, DSPR, 28, CDSP, (zva::sig_spr<double, double>), (spr<double, double>), (not_built))                      \
+    ZVA_SAME(X, CHPR, 28, CDSP, (zva::sig_spr<c32, float>), (spr<c32, float>), (not_built))                              \
+    ZVA_SAME(X, ZHPR, 28, CDSP, (zva::sig_spr<c64, double>), (spr<c64, double>), (not_built))                            \
+    ZVA_SAME(X, SSPR2, 36, CDSP, (zva::sig_spr2<float>), (spr2<float>), (not_built))                                     \
+    ZVA_SAME(X, DSPR2, 36, CDSP, (zva::sig_spr2<double>), (spr2<double>), (not_built))                                   \
+    ZVA_SAME(X, CHPR2, 36, CDSP, (zva::sig_spr2<c32>), (spr2<c32>), (not_built))                                         \
+    ZVA_SAME(X, ZHPR2, 36, CDSP, (zva::sig_spr2<c64>), (spr2<c64>), (not_built))                                         \
     /* level 3 */                                                                                                        \
     X(SGEMM, 60, CDRV, (zva::sig_gemm<float>), (zva::sig_gemm_serial<float>), (sgemm_serial), (gemm_threaded<float>))    \
     X(DGEMM, 60, CDRV, (zva::sig_gemm<double>), (zva::sig_gemm_serial<double>), (dgemm_serial), (gemm_threaded<double>)) \

@@ -74,3 +74,12 @@ ZVA_IN_EVERY_BRANCH(
     template <class T> sig_sbmv<T> sbmv;
     template <class T> sig_tbmv<T> tbmv;
     template <class T> sig_tbmv<T> tbsv;)
+// Packed triangles (level2/packed/): spmv is HPMV in the complex types, spr
+// HPR (A, the type of alpha, real there) and spr2 HPR2; tpmv and tpsv take
+// all four types alike.
+ZVA_IN_EVERY_BRANCH(
+    template <class T> sig_spmv<T> spmv;
+    template <class T, class A> sig_spr<T, A> spr;
+    template <class T> sig_spr2<T> spr2;
+    template <class T> sig_tpmv<T> tpmv;
+    template <class T> sig_tpmv<T> tpsv;)
