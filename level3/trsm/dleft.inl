@@ -23,6 +23,12 @@
 #include "level3/trsm/trsm.h"
 #include "simd/branch.h"
 
+// Without this, the compiler folds each accumulator's chain of the unrolled
+// update kernels into one expression and evaluates them one after another:
+// every B pair is then loaded four times (or spilled), and the loads, not the
+// arithmetic, bound the kernel. Kept apart, a pair is loaded once per group.
+#pragma GCC optimize("no-tree-ter")
+
 namespace zva::ZVA_NS {
 namespace {
 

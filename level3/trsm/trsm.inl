@@ -37,8 +37,10 @@ inline constexpr sig_gemm_serial<T>* gemm_of = by_type<T, sgemm_serial, dgemm_se
                                                         cgemm_serial, zgemm_serial>;
 
 // B(m x n) := alpha*B column by column: from 16 elements (8 complex) on a
-// peel to the vector boundary, then 16 elements a pass, 4, and one.
-template <class T> void scale(int m, int n, const T* alpha, T* b, int ldb) {
+// peel to the vector boundary, then Pass elements a pass, Four (if any), and
+// one. The up-front scaling takes 16 and 4, Z's panels 8 and none.
+template <class T, int Pass = 16, int Four = 4>
+void scale(int m, int n, const T* alpha, T* b, int ldb) {
     using LV = lanev<T>;
     using L1 = lane1<T>;
     const simd::factor<LV> fv = simd::make_factor<LV>(*alpha);
@@ -52,13 +54,13 @@ template <class T> void scale(int m, int n, const T* alpha, T* b, int ldb) {
             const int peel = off % sizeof(T) ? 0 : (int)(off / sizeof(T));
             for (; i < peel && i < m; ++i) L1::store(x + i, simd::times(f1, L1::load(x + i)));
         }
-        constexpr int pass = 16 > LV::W ? 16 : LV::W, four = 4 > LV::W ? 4 : LV::W;
+        constexpr int pass = Pass > LV::W ? Pass : LV::W, four = Four > LV::W ? Four : LV::W;
         for (; i + pass <= m; i += pass) {
 #pragma GCC unroll 16
             for (int u = 0; u < pass; u += LV::W)
                 LV::store(x + i + u, simd::times(fv, LV::load(x + i + u)));
         }
-        for (; i + four <= m; i += four) {
+        for (; Four && i + four <= m; i += four) {
 #pragma GCC unroll 4
             for (int u = 0; u < four; u += LV::W)
                 LV::store(x + i + u, simd::times(fv, LV::load(x + i + u)));
@@ -118,8 +120,8 @@ void level_of(const trsm_case& c, int m, int n, const T* a, int lda, T* b, int l
             }
         }
         if (defer) {
-            if (c.left) scale(jb, n, defer, b + j0, ldb);
-            else scale(m, jb, defer, b + (long)j0 * ldb, ldb);
+            if (c.left) scale<T, 8, 0>(jb, n, defer, b + j0, ldb);
+            else scale<T, 8, 0>(m, jb, defer, b + (long)j0 * ldb, ldb);
         }
     }
 }
