@@ -200,22 +200,27 @@ template <class L> inline typename L::v partner_mask(bool conj) {
     else return L::zero();
 }
 
+// The largest triangle that reaches the four-row blocks: S's second level.
+constexpr int max_rows = 64;
+
 // One block of NB triangle rows t[0..NB) (in the order of the substitution)
-// for the W free indices from f: the sums over the solved rows k in
-// [k0, k1), then the NB x NB triangle.
+// for the W free indices from f: the sums over the nk solved rows from k0,
+// whose coefficients cf holds k by k, then the NB x NB triangle.
 template <class L, int NB>
 [[gnu::always_inline]] inline void rows_block(const rows_view<typename L::T>& v, const int* t,
-                                              const typename L::T* rcp, int k0, int k1, int f,
+                                              const typename L::T* rcp,
+                                              const typename L::T* cf, int k0, int nk, int f,
                                               bool unit, typename L::v mask) {
     using V = typename L::v;
     V acc[NB];
 #pragma GCC unroll 4
     for (int r = 0; r < NB; ++r) acc[r] = L::zero();
     typename L::T* bf = v.b + f * v.fs;
-    for (int k = k0; k < k1; ++k) {
-        const V x = get<L>(bf + k * v.ts, v.fs), xs = partner<L>(x, mask);
+    const typename L::T* xk = bf + k0 * v.ts;
+    for (int k = 0; k < nk; ++k, xk += v.ts, cf += NB) {
+        const V x = get<L>(xk, v.fs), xs = partner<L>(x, mask);
 #pragma GCC unroll 4
-        for (int r = 0; r < NB; ++r) acc[r] = times_add<L>(acc[r], v.a + t[r] * v.st + k * v.sk, x, xs);
+        for (int r = 0; r < NB; ++r) acc[r] = times_add<L>(acc[r], cf + r, x, xs);
     }
 #pragma GCC unroll 4
     for (int r = 0; r < NB; ++r) acc[r] = vsub(get<L>(bf + t[r] * v.ts, v.fs), acc[r]);
@@ -232,7 +237,9 @@ template <class L, int NB>
 }
 
 // NB triangle rows from p on (going down from p when backward) over all of
-// the free dimension, W at a time and then one.
+// the free dimension, W at a time and then one. The rows' coefficients of
+// the solved part are copied once, side by side, so that the inner loop
+// walks one pointer.
 template <class T, int NB>
 void rows_of_block(const rows_view<T>& v, int p, bool forward, int tdim, int fdim, bool unit) {
     using LV = lanev<T>;
@@ -243,18 +250,21 @@ void rows_of_block(const rows_view<T>& v, int p, bool forward, int tdim, int fdi
     T rcp[NB] = {};
     if (!unit)
         for (int r = 0; r < NB; ++r) rcp[r] = reciprocal(v.a[t[r] * (v.st + v.sk)], v.conj);
-    const int k0 = forward ? 0 : p + 1, k1 = forward ? p : tdim;
+    const int k0 = forward ? 0 : p + 1, nk = forward ? p : tdim - p - 1;
+    alignas(16) T cf[NB * max_rows];
+    for (int k = 0; k < nk; ++k)
+        for (int r = 0; r < NB; ++r) cf[k * NB + r] = v.a[t[r] * v.st + (k0 + k) * v.sk];
     const typename LV::v mv = partner_mask<LV>(v.conj);
     const typename L1::v m1 = partner_mask<L1>(v.conj);
     int f = 0;
-    for (; f + LV::W <= fdim; f += LV::W) rows_block<LV, NB>(v, t, rcp, k0, k1, f, unit, mv);
-    for (; f < fdim; ++f) rows_block<L1, NB>(v, t, rcp, k0, k1, f, unit, m1);
+    for (; f + LV::W <= fdim; f += LV::W) rows_block<LV, NB>(v, t, rcp, cf, k0, nk, f, unit, mv);
+    for (; f < fdim; ++f) rows_block<L1, NB>(v, t, rcp, cf, k0, nk, f, unit, m1);
 }
 
 }  // namespace
 
 // Four triangle rows at a time, then the rest: S takes up to three at once, C
-// and Z two and one.
+// and Z two and one. At most max_rows triangle rows.
 template <class T>
 void trsm_rows4(const trsm_case& c, int m, int n, const T* a, int lda, T* b, int ldb) {
     const int tdim = c.left ? m : n, fdim = c.left ? n : m;
