@@ -778,6 +778,57 @@ template <bool SOLVE, int K> struct band {
     static void result(const Case& c, const void** o, size_t* nreal) {
         *o = out(c);
         *nreal = (size_t)c.n;
+// ---- added for TRSM ----------------------------------------------------------
+// B = alpha inv(A) B (side L) or alpha B inv(A) (side R), transa N, non-unit,
+// n x n; C = 2 for complex elements.  buf: A, B.  Calls repeat on the same B
+// without a refill, so A keeps it in range: a diagonal of +-1 and
+// off-diagonal elements below 1/(64 n), and alpha -1 (complex: i).
+template <class R, char SIDE, char UPLO, int C> struct trsm {
+    typedef void(STDCALL* zfn)(const char*, int, const char*, int, const char*, int,
+                               const char*, int, const int*, const int*, const R*, const R*,
+                               const int*, R*, const int*);
+    typedef void (*pfn)(const char*, const char*, const char*, const char*, const int*,
+                        const int*, const R*, const R*, const int*, R*, const int*, size_t,
+                        size_t, size_t, size_t);
+    static double flops(double n) { return (C == 1 ? 1.0 : 4.0) * n * n * n; }
+    static constexpr double (*bytes)(double) = nullptr;  // compute-bound
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n, len = n * n * C;
+        c.buf[0] = bench_alloc(len * sizeof(R));
+        c.buf[1] = bench_alloc(len * sizeof(R));
+        if (!c.buf[0] || !c.buf[1]) return false;
+        R* a = (R*)c.buf[0];
+        fill(a, len, 10);
+        const R small = (R)(1.0 / (64.0 * (double)n));
+        for (size_t j = 0; j < n; ++j)
+            for (size_t i = 0; i < n; ++i)
+                for (int p = 0; p < C; ++p) {
+                    R& e = a[C * (i + j * n) + p];
+                    if (i != j) e *= small;
+                    else e = p ? 0 : e < 0 ? -1 : 1;
+                }
+        c.scal[0] = C == 1 ? -1 : 0, c.scal[1] = C == 1 ? 0 : 1;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[1], (size_t)c.n * c.n * C, 11); }
+    static const R* alpha(Case& c) {
+        static thread_local R v[2];
+        v[0] = (R)c.scal[0], v[1] = (R)c.scal[1];
+        return v;
+    }
+    static void call_zva(void* f, Case& c) {
+        static const char s[2] = {SIDE, 0}, u[2] = {UPLO, 0};
+        ((zfn)f)(s, 1, u, 1, "N", 1, "N", 1, &c.n, &c.n, alpha(c), (R*)c.buf[0], &c.n,
+                 (R*)c.buf[1], &c.n);
+    }
+    static void call_peer(void* f, Case& c) {
+        static const char s[2] = {SIDE, 0}, u[2] = {UPLO, 0};
+        ((pfn)f)(s, u, "N", "N", &c.n, &c.n, alpha(c), (R*)c.buf[0], &c.n, (R*)c.buf[1], &c.n,
+                 1, 1, 1, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[1];
+        *nreal = (size_t)c.n * c.n * C;
     }
 };
 
@@ -837,6 +888,12 @@ const Op ops[] = {
     ROW("zgemm", 'Z', "_ZGEMM@60", "zgemm_", 2000, MM, gemm<double, 'N', 'N', 0, 2>),
     ROW("zgemm_ct", 'Z', "_ZGEMM@60", "zgemm_", 2000, MM, gemm<double, 'C', 'T', 0, 2>),
     ROW("zgemm_k64", 'Z', "_ZGEMM@60", "zgemm_", 2000, MM, gemm<double, 'N', 'N', 64, 2>),
+    ROW("dtrsm_ll", 'D', "_DTRSM@60", "dtrsm_", 2000, MM, trsm<double, 'L', 'L', 1>),
+    ROW("dtrsm_ru", 'D', "_DTRSM@60", "dtrsm_", 2000, MM, trsm<double, 'R', 'U', 1>),
+    ROW("strsm_ll", 'S', "_STRSM@60", "strsm_", 2000, MM, trsm<float, 'L', 'L', 1>),
+    ROW("strsm_ru", 'S', "_STRSM@60", "strsm_", 2000, MM, trsm<float, 'R', 'U', 1>),
+    ROW("ztrsm_ll", 'Z', "_ZTRSM@60", "ztrsm_", 2000, MM, trsm<double, 'L', 'L', 2>),
+    ROW("ztrsm_ru", 'Z', "_ZTRSM@60", "ztrsm_", 2000, MM, trsm<double, 'R', 'U', 2>),
 };
 const int nops = sizeof ops / sizeof ops[0];
 

@@ -198,10 +198,10 @@ using zva::c64;
     ZVA_SAME(X, DTRMM, 60, CDRV, (zva::sig_trmm<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CTRMM, 60, CDRV, (zva::sig_trmm<c32>), (not_built), (not_built))                                         \
     ZVA_SAME(X, ZTRMM, 60, CDRV, (zva::sig_trmm<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, STRSM, 60, CDRV, (zva::sig_trmm<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DTRSM, 60, CDRV, (zva::sig_trmm<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CTRSM, 60, CDRV, (zva::sig_trmm<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZTRSM, 60, CDRV, (zva::sig_trmm<c64>), (not_built), (not_built))
+    ZVA_SAME(X, STRSM, 60, CDRV, (zva::sig_trmm<float>), (trsm<float>), (trsm_driver<float>))                            \
+    ZVA_SAME(X, DTRSM, 60, CDRV, (zva::sig_trmm<double>), (trsm<double>), (trsm_driver<double>))                         \
+    ZVA_SAME(X, CTRSM, 60, CDRV, (zva::sig_trmm<c32>), (trsm<c32>), (trsm_driver<c32>))                                  \
+    ZVA_SAME(X, ZTRSM, 60, CDRV, (zva::sig_trmm<c64>), (trsm<c64>), (trsm_driver<c64>))
 
 // Dispatch points inside the engine and the parallel regions, beyond the
 // one main point per routine.  X(point, (signature), (kernel))

@@ -6,3 +6,8 @@
 ZVA_IN_EVERY_BRANCH(
     // one block of declarations per family
 )
+
+// TRSM (level3/trsm/): B := alpha*inv(op(A))*B or alpha*B*inv(op(A)), with
+// the export's argument list; serial, m or n may be 0.
+ZVA_IN_EVERY_BRANCH(
+    template <class T> sig_trmm<T> trsm;)
