@@ -16,6 +16,7 @@
 #include "frame/memory.h"
 #include "gemm/kernels.h"
 #include "level3/kernels.h"
+#include "level3/syrk/leaf.h"
 #include "simd/branch.h"
 
 namespace zva::ZVA_NS {
@@ -65,12 +66,6 @@ inline band_op band_op_of(Ch uplo, Ch trans, int n, int k, bool herm) {
 }
 template <class T> const T* at(const band_op& o, const T* x, int ld, int r) {
     return o.notrans ? x + r : x + (ptrdiff_t)r * ld;
-}
-
-// Element l of row r of op(X): conjugated for a Hermitian "C".
-template <class T> T op_elem(const band_op& o, const T* x, int ld, int r, int l) {
-    return o.notrans ? x[r + (ptrdiff_t)l * ld] : (o.herm ? conj_of(x[l + (ptrdiff_t)r * ld])
-                                                          : x[l + (ptrdiff_t)r * ld]);
 }
 
 // C := beta*C on the triangle, zeros for beta = 0 without reading C. A real
@@ -140,34 +135,30 @@ void add_square(const band_op& o, int jb, const T* t, T* c, int ldc) {
     }
 }
 
-// The block's triangle by plain sums: C += alpha*X*op(Y)', and for the 2k
-// updates + alpha2*Y*op(X)' after it; op(Y)' conjugates for HERK, HER2K.
+// The block's triangle by the leaf kernels: C += alpha*X*op(Y)', and for
+// the 2k updates + alpha2*Y*op(X)' after it.
 template <class T>
-void plain_square(const band_op& o, int j, int jb, const T& alpha, const T* x, int ldx,
-                  const T* y, int ldy, const T* alpha2, T* c, int ldc) {
-    auto dot = [&](const T* u, int ldu, int r, const T* v, int ldv, int q) {
-        T s = unit<T>(0);
-        for (int l = 0; l < o.k; ++l) {
-            const T w = op_elem(o, v, ldv, q, l);
-            s = add(s, mul(op_elem(o, u, ldu, r, l), o.herm ? conj_of(w) : w));
-        }
-        return s;
-    };
-    T* cj = c + j + (ptrdiff_t)j * ldc;
-    for (int q = 0; q < jb; ++q) {
-        T* cq = cj + (ptrdiff_t)q * ldc;
-        for (int r = tri_first(o, q); r < tri_end(o, q, jb); ++r) {
-            T v = add(cq[r], mul(alpha, dot(x, ldx, j + r, y, ldy, j + q)));
-            if (alpha2) v = add(v, mul(*alpha2, dot(y, ldy, j + r, x, ldx, j + q)));
-            cq[r] = v;
-        }
-        if constexpr (is_cplx<T>)
-            if (o.herm) cq[q].im = 0;
+void leaf_square(const band_op& o, int j, int jb, const T& alpha, const T* x, int ldx,
+                 const T* y, int ldy, const T* alpha2, T* c, int ldc) {
+    leaf_args<T> p;
+    p.n = jb, p.k = o.k;
+    p.c = c + j + (ptrdiff_t)j * ldc, p.ldc = ldc;
+    p.notrans = o.notrans, p.herm = o.herm;
+    p.conjx = o.herm && !o.notrans, p.conjy = o.herm && o.notrans;
+    p.alpha = alpha;
+    p.x = at(o, x, ldx, j), p.ldx = ldx;
+    p.y = at(o, y, ldy, j), p.ldy = ldy;
+    leaf_of(o.upper, p);
+    if (alpha2) {
+        p.alpha = *alpha2;
+        p.x = at(o, y, ldy, j), p.ldx = ldy;
+        p.y = at(o, x, ldx, j), p.ldy = ldx;
+        leaf_of(o.upper, p);
     }
 }
 
 // The band kernel: diagonal blocks of nd, each through the temporary block
-// (or plain sums without one), then its rectangle. One product for SYRK and
+// (or the leaf kernels without one), then its rectangle. One product for SYRK and
 // HERK (y = x, alpha2 null); for the 2k updates the diagonal block still
 // needs one product only, its transpose being the other, while the
 // rectangle takes two, the second with alpha2.
@@ -187,7 +178,7 @@ void band(const band_op& o, int nd, bool with_temp, const char* tag, const T& al
             square(o, j, jb, alpha, x, ldx, y, ldy, t);
             add_square<T, Two>(o, jb, t, cj, ldc);
         } else {
-            plain_square(o, j, jb, alpha, x, ldx, y, ldy, alpha2, c, ldc);
+            leaf_square(o, j, jb, alpha, x, ldx, y, ldy, alpha2, c, ldc);
         }
         beside(o, j, jb, alpha, x, ldx, y, ldy, c, ldc);
         if (Two) beside(o, j, jb, *alpha2, y, ldy, x, ldx, c, ldc);

@@ -1,15 +1,19 @@
-// The leaf kernels of DSYRK: C += alpha*A*A' ("N") or alpha*A'*A (other
-// letters) on a triangle, upper or lower, without blocking. Every element
-// is one dot product over k in registers; alpha multiplies the sum, which is
-// then added to C (already scaled by beta).
+// The leaf kernels: C += alpha*X*op(Y)' on the triangle of one diagonal
+// block, without blocking, every element one sum over k in registers that
+// alpha multiplies before it is added to C. They serve DSYRK's leaves, the
+// 32-wide diagonal triangles of ZHERK, and every band kernel whose
+// temporary block could not be had.
 //
-// Four columns of C at a time, with an accumulator each, and a vector on the
-// long dimension: for "N" the lanes are rows of C (columns of A run unit-
-// stride) and op(A) of the four columns is broadcast; for the other letters
-// the lanes run along k, and each sum is folded across the lanes at the end.
-// Six of the eight vector registers are live. The rows of a group that cut
-// the diagonal go one element at a time, so the other triangle is never
-// written. 128-bit lanes on branches 4 and 5, 256-bit on 6 and 7, fused
+// Four columns of C at a time, with an accumulator each, and a vector on
+// the rows of C: for "N" the lanes load a column of X, for the other letters
+// they gather a row of it; the column's element of Y is broadcast (complex:
+// its real and imaginary parts, against X and X with its parts exchanged,
+// the conjugations folded into sign masks). At most seven of the eight
+// vector registers are live. DSYRK's other letters put the lanes on the
+// long dimension, k, instead, and fold each sum across the lanes at the
+// end. Where a group of rows cuts the diagonal, only the triangle's
+// elements are read and written; Hermitian diagonals keep an imaginary part
+// of 0. 128-bit lanes on branches 2 to 5, 256-bit on 6 and 7, fused
 // multiply-add on 7.
 #pragma once
 #include "simd/branch.h"
@@ -28,14 +32,24 @@ template <class F> inline void by_count(int nc, F f) {
     }
 }
 
-struct leaf_args {
+// C += alpha*X*op(Y)' on the triangle of order n at c. Row r of op(X) is
+// column r of X for "N", else row r (conjugated where conjx); likewise Y,
+// conjugated once more where conjy.
+template <class T> struct leaf_args {
     int n, k;
-    double alpha;
-    const double* a;
-    int lda;
-    double* c;
+    T alpha;
+    const T* x;
+    int ldx;
+    const T* y;
+    int ldy;
+    T* c;
     int ldc;
+    bool notrans, conjx, conjy, herm;
 };
+
+// Where the lanes of a leaf lie: on rows of C, loaded from a column of X
+// ("N") or gathered from a row of it, or along k (DSYRK's other letters).
+enum lanes_on : int { rows_loaded, rows_gathered, along_k };
 
 inline double fold(__m128d v) { return _mm_cvtsd_f64(_mm_add_sd(v, _mm_unpackhi_pd(v, v))); }
 #if ZVA_BRANCH >= 6
@@ -44,48 +58,87 @@ inline double fold(__m256d v) {
 }
 #endif
 
-// "N": W rows of C from i against NC columns from j.
-template <class L, int NC> inline void leaf_n(const leaf_args& p, int i, int j) {
-    typename L::v acc[NC];
+// Which elements of a block of C a leaf writes: all, or those on and above
+// (on and below) the diagonal where the block cuts it.
+enum cut : int { whole, cut_upper, cut_lower };
+
+// W rows of C from i against NC columns from j.
+template <class L, lanes_on On, int NC, cut Cut = whole>
+inline void leaf_rows_block(const leaf_args<typename L::T>& p, int i, int j) {
+    using T = typename L::T;
+    using v = typename L::v;
+    v acc[NC];
 #pragma GCC unroll 4
     for (int q = 0; q < NC; ++q) acc[q] = L::zero();
-    const double* ai = p.a + i;
-    const double* aj = p.a + j;
-    for (int l = 0; l < p.k; ++l, ai += p.lda, aj += p.lda) {
-        const typename L::v x = L::load(ai);
-#pragma GCC unroll 4
-        for (int q = 0; q < NC; ++q) acc[q] = L::madd(acc[q], x, L::bcast(aj + q));
+    v ma = L::zero(), mp = L::zero();
+    if constexpr (L::cplx) {
+        const typename L::R neg = -0.0, pos = 0.0;
+        ma = L::pair(pos, p.conjx ? neg : pos);
+        mp = L::pair(p.conjx == p.conjy ? neg : pos, p.conjy ? neg : pos);
     }
-    const typename L::v al = L::set1(p.alpha);
+    // Element l of row r of op(X) at x + l*sx + r*rx; of op(Y) at y + l*sy.
+    constexpr bool n = On == rows_loaded;
+    const int sx = n ? p.ldx : 1, rx = n ? 1 : p.ldx;
+    const int sy = n ? p.ldy : 1, ry = n ? 1 : p.ldy;
+    const T* xl = p.x + (ptrdiff_t)i * rx;
+    const T* yl = p.y + (ptrdiff_t)j * ry;
+    for (int l = 0; l < p.k; ++l, xl += sx, yl += sy) {
+        const v x = On == rows_loaded ? L::load(xl) : L::gather(xl, rx);
+        if constexpr (L::cplx) {
+            const v xe = L::flip(x, ma), xs = L::flip(L::swp(x), mp);
+#pragma GCC unroll 4
+            for (int q = 0; q < NC; ++q)
+                acc[q] = L::madd(L::madd(acc[q], xe, L::bre(yl + q * ry)), xs, L::bim(yl + q * ry));
+        } else {
+#pragma GCC unroll 4
+            for (int q = 0; q < NC; ++q) acc[q] = L::madd(acc[q], x, L::bcast(yl + q * ry));
+        }
+    }
+    const simd::factor<L> al = simd::make_factor<L>(p.alpha);
 #pragma GCC unroll 4
     for (int q = 0; q < NC; ++q) {
-        double* e = p.c + i + (ptrdiff_t)(j + q) * p.ldc;
-        L::store(e, L::add(L::load(e), L::mul(al, acc[q])));
+        T* e = p.c + i + (ptrdiff_t)(j + q) * p.ldc;
+        if constexpr (Cut == whole) {
+            L::store(e, L::add(L::load(e), simd::times(al, acc[q])));
+        } else {
+            T s[L::W];
+            L::store(s, simd::times(al, acc[q]));
+            for (int t = 0; t < L::W; ++t) {
+                if (Cut == cut_upper ? i + t > j + q : i + t < j + q) continue;
+                if constexpr (L::cplx) {
+                    e[t].re += s[t].re;
+                    e[t].im = p.herm && i + t == j + q ? 0 : e[t].im + s[t].im;
+                } else {
+                    e[t] += s[t];
+                }
+            }
+        }
     }
 }
 
-// Other letters: row i of C against NC columns from j, lanes along k.
-template <int NC> inline void leaf_t(const leaf_args& p, int i, int j) {
+// DSYRK, letters other than "N": row i of C against NC columns from j, the
+// lanes along k.
+template <int NC> inline void leaf_k_block(const leaf_args<double>& p, int i, int j) {
     using L = lanev<double>;
     using L1 = lane1<double>;
     typename L::v acc[NC];
 #pragma GCC unroll 4
     for (int q = 0; q < NC; ++q) acc[q] = L::zero();
-    const double* ai = p.a + (ptrdiff_t)i * p.lda;
-    const double* aj = p.a + (ptrdiff_t)j * p.lda;
+    const double* xi = p.x + (ptrdiff_t)i * p.ldx;
+    const double* yj = p.y + (ptrdiff_t)j * p.ldy;
     int l = 0;
     for (; l + L::W <= p.k; l += L::W) {
-        const typename L::v x = L::load(ai + l);
+        const typename L::v x = L::load(xi + l);
 #pragma GCC unroll 4
-        for (int q = 0; q < NC; ++q) acc[q] = L::madd(acc[q], x, L::load(aj + q * p.lda + l));
+        for (int q = 0; q < NC; ++q) acc[q] = L::madd(acc[q], x, L::load(yj + q * p.ldy + l));
     }
     typename L1::v s[NC];
 #pragma GCC unroll 4
     for (int q = 0; q < NC; ++q) s[q] = L1::set1(fold(acc[q]));
     for (; l < p.k; ++l) {
-        const typename L1::v x = L1::load(ai + l);
+        const typename L1::v x = L1::load(xi + l);
 #pragma GCC unroll 4
-        for (int q = 0; q < NC; ++q) s[q] = L1::madd(s[q], x, L1::load(aj + q * p.lda + l));
+        for (int q = 0; q < NC; ++q) s[q] = L1::madd(s[q], x, L1::load(yj + q * p.ldy + l));
     }
     const typename L1::v al = L1::set1(p.alpha);
 #pragma GCC unroll 4
@@ -96,35 +149,61 @@ template <int NC> inline void leaf_t(const leaf_args& p, int i, int j) {
 }
 
 // Rows i0 to i1 - 1 against NC columns from j.
-template <bool NoTrans, int NC> inline void leaf_rows(const leaf_args& p, int i0, int i1, int j) {
+template <class T, lanes_on On, int NC>
+inline void leaf_rows(const leaf_args<T>& p, int i0, int i1, int j) {
     int i = i0;
-    if constexpr (NoTrans) {
-        for (; i + lanev<double>::W <= i1; i += lanev<double>::W) leaf_n<lanev<double>, NC>(p, i, j);
-        for (; i < i1; ++i) leaf_n<lane1<double>, NC>(p, i, j);
+    if constexpr (On == along_k) {
+        for (; i < i1; ++i) leaf_k_block<NC>(p, i, j);
     } else {
-        for (; i < i1; ++i) leaf_t<NC>(p, i, j);
+        for (; i + lanev<T>::W <= i1; i += lanev<T>::W) leaf_rows_block<lanev<T>, On, NC>(p, i, j);
+        for (; i < i1; ++i) leaf_rows_block<lane1<T>, On, NC>(p, i, j);
     }
 }
 
 // One leaf: groups of four columns; the rows wholly inside the triangle
-// first ("U") or last ("L"), the rows that cut the diagonal one by one.
-template <bool Upper, bool NoTrans> void syrk_leaf(const leaf_args& p) {
+// first ("U") or last ("L"). The four rows that cut the diagonal go by
+// vectors cut at the diagonal where the lanes are rows and no wider than
+// four, otherwise (and in a narrower last group) one by one.
+template <class T, bool Upper, lanes_on On> void leaf(const leaf_args<T>& p) {
+    using LV = lanev<T>;
+    constexpr cut band = Upper ? cut_upper : cut_lower;
+    constexpr bool cut_vectors = On != along_k && LV::W <= 4;
     for (int j = 0; j < p.n; j += 4) {
         const int nc = p.n - j < 4 ? p.n - j : 4;
-        if (Upper) by_count(nc, [&]<int NC>() { leaf_rows<NoTrans, NC>(p, 0, j, j); });
-        for (int r = 0; r < nc; ++r) {
-            // Row j + r meets columns j + r .. j + nc - 1 ("U") or j .. j + r.
-            const int first = Upper ? j + r : j, count = Upper ? nc - r : r + 1;
-            by_count(count, [&]<int NC>() { leaf_rows<NoTrans, NC>(p, j + r, j + r + 1, first); });
+        if (Upper) by_count(nc, [&]<int NC>() { leaf_rows<T, On, NC>(p, 0, j, j); });
+        if (cut_vectors && nc == 4) {
+            // Rows i .. i + W - 1 meet columns i .. j + 3 ("U") or j .. i + W - 1.
+            for (int i = j; i < j + 4; i += LV::W) {
+                const int first = Upper ? i : j, count = Upper ? j + 4 - i : i + LV::W - j;
+                by_count(count, [&]<int NC>() { leaf_rows_block<LV, On, NC, band>(p, i, first); });
+            }
+        } else {
+            for (int r = 0; r < nc; ++r) {
+                // Row j + r meets columns j + r .. j + nc - 1 ("U") or j .. j + r.
+                const int first = Upper ? j + r : j, count = Upper ? nc - r : r + 1;
+                by_count(count, [&]<int NC>() {
+                    if constexpr (On == along_k) leaf_k_block<NC>(p, j + r, first);
+                    else leaf_rows_block<lane1<T>, On, NC, band>(p, j + r, first);
+                });
+            }
         }
-        if (!Upper) by_count(nc, [&]<int NC>() { leaf_rows<NoTrans, NC>(p, j + nc, p.n, j); });
+        if (!Upper) by_count(nc, [&]<int NC>() { leaf_rows<T, On, NC>(p, j + nc, p.n, j); });
     }
 }
 
-inline void syrk_leaf_nu(const leaf_args& p) { syrk_leaf<true, true>(p); }
-inline void syrk_leaf_nl(const leaf_args& p) { syrk_leaf<false, true>(p); }
-inline void syrk_leaf_tu(const leaf_args& p) { syrk_leaf<true, false>(p); }
-inline void syrk_leaf_tl(const leaf_args& p) { syrk_leaf<false, false>(p); }
+// The leaf of a triangle; AlongK only for DSYRK's letters other than "N".
+template <class T, bool AlongK = false> void leaf_of(bool upper, const leaf_args<T>& p) {
+    if constexpr (AlongK) {
+        if (upper) leaf<T, true, along_k>(p);
+        else leaf<T, false, along_k>(p);
+    } else if (p.notrans) {
+        if (upper) leaf<T, true, rows_loaded>(p);
+        else leaf<T, false, rows_loaded>(p);
+    } else {
+        if (upper) leaf<T, true, rows_gathered>(p);
+        else leaf<T, false, rows_gathered>(p);
+    }
+}
 
 }  // namespace
 }  // namespace zva::ZVA_NS

@@ -9,8 +9,8 @@
 // rectangles between the blocks and the edge by gemm_serial with the whole
 // k of the level. Everything else (S, C, Z on every branch, D on branches 3
 // and 2) walks the diagonal in blocks of nd through a temporary square
-// (level3/syrk/band.h); ZHERK sums its 32-wide diagonal triangles by plain
-// loops instead. The branches differ only in gemm_serial, in the lanes of
+// (level3/syrk/band.h); ZHERK sums its 32-wide diagonal triangles by the
+// leaf kernels instead. The branches differ only in gemm_serial, in the lanes of
 // the leaf kernels and in gemm_scale_c.
 #include "level3/syrk/band.h"
 #include "level3/syrk/leaf.h"
@@ -36,8 +36,14 @@ struct dsyrk_plan {
     bool rect_first;  // the rectangle of a block before the block itself
     double alpha;
     int lda, ldc;
-    void (*leaf)(const leaf_args&);
 };
+
+void dsyrk_leaf(const dsyrk_plan& p, int n, int k, const double* a, double* c) {
+    const leaf_args<double> l = {n, k, p.alpha, a, p.lda, a, p.lda, c, p.ldc, p.o.notrans,
+                                 false, false, false};
+    if (p.o.notrans) leaf_of<double>(p.o.upper, l);
+    else leaf_of<double, true>(p.o.upper, l);
+}
 
 // The triangle of order n, k terms, at A's rows (columns) a and C's
 // diagonal element c, on level lv.
@@ -56,7 +62,7 @@ void dsyrk_level(const dsyrk_plan& p, int lv, int n, int k, const double* a, dou
             if (lv < levels - 1 && jb > last.nb && kc > last.kb)
                 dsyrk_level(p, lv + 1, jb, kc, al, cj);
             else
-                p.leaf({jb, kc, p.alpha, al, p.lda, cj, p.ldc});
+                dsyrk_leaf(p, jb, kc, al, cj);
         }
         if (!p.rect_first) beside(o, j, jb, p.alpha, a, p.lda, a, p.lda, c, p.ldc);
     }
@@ -70,9 +76,7 @@ void dsyrk_level(const dsyrk_plan& p, int lv, int n, int k, const double* a, dou
     p.rect_first = !o.notrans && o.upper;
     p.alpha = alpha;
     p.lda = lda, p.ldc = ldc;
-    p.leaf = o.notrans ? (o.upper ? syrk_leaf_nu : syrk_leaf_nl)
-                       : (o.upper ? syrk_leaf_tu : syrk_leaf_tl);
-    if (o.n <= leaf_only) return p.leaf({o.n, o.k, alpha, a, lda, c, ldc});
+    if (o.n <= leaf_only) return dsyrk_leaf(p, o.n, o.k, a, c);
     // The first level whose blocks fit the triangle ("N"), or are smaller
     // than it (other letters); the top one where none does.
     int lv = 0;
