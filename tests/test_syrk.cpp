@@ -34,7 +34,8 @@ template <class T_, bool Herm_> struct fam {
     static constexpr bool herm = Herm_;
     using A = std::conditional_t<Herm_, typename elem<T_>::R, T_>;
     static std::string name(bool two) {
-        return std::string(1, elem<T>::letter) + (herm ? (two ? "HER2K" : "HERK") : (two ? "SYR2K" : "SYRK"));
+        const char* family = herm ? (two ? "HER2K" : "HERK") : (two ? "SYR2K" : "SYRK");
+        return std::string(1, elem<T>::letter) + family;
     }
     // Every transposition letter the routine takes, in both cases.
     static const char* letters() { return !elem<T>::cplx ? "NTCntc" : herm ? "NCnc" : "NTnt"; }

@@ -5,7 +5,7 @@
 // diagonal blocks are a full square product into a temporary block (so that
 // they too run at multiply speed) whose triangle is then added to C; where
 // no temporary block is at hand (ZHERK, or a failed request for memory),
-// the block's triangle is summed by plain loops instead.
+// the leaf kernels (level3/syrk/leaf.h) sum the block's triangle instead.
 //
 // Branch code: included by the recipes only, in an unnamed namespace, so
 // each branch keeps its own copy.
@@ -36,10 +36,6 @@ template <class T> constexpr T unit(R_<T> x) {
 template <class T> T conj_of(T x) {
     if constexpr (is_cplx<T>) return T{x.re, -x.im};
     else return x;
-}
-template <class T> T mul(T x, T y) {
-    if constexpr (is_cplx<T>) return T{x.re * y.re - x.im * y.im, x.re * y.im + x.im * y.re};
-    else return x * y;
 }
 template <class T> T add(T x, T y) {
     if constexpr (is_cplx<T>) return T{x.re + y.re, x.im + y.im};
@@ -93,7 +89,7 @@ template <class T>
 void beside(const band_op& o, int j, int jb, const T& alpha, const T* x, int ldx, const T* y,
             int ldy, T* c, int ldc) {
     static const T one = unit<T>(1);
-    int rest = o.n - j - jb;
+    const int rest = o.n - j - jb;
     if (rest <= 0) return;
     const int r0 = o.upper ? j : j + jb, c0 = o.upper ? j + jb : j;
     int m = o.upper ? jb : rest, n = o.upper ? rest : jb;
@@ -158,9 +154,9 @@ void leaf_square(const band_op& o, int j, int jb, const T& alpha, const T* x, in
 }
 
 // The band kernel: diagonal blocks of nd, each through the temporary block
-// (or the leaf kernels without one), then its rectangle. One product for SYRK and
-// HERK (y = x, alpha2 null); for the 2k updates the diagonal block still
-// needs one product only, its transpose being the other, while the
+// (or the leaf kernels without one), then its rectangle. One product for
+// SYRK and HERK (y = x, alpha2 null); for the 2k updates the diagonal block
+// still needs one product only, its transpose being the other, while the
 // rectangle takes two, the second with alpha2.
 template <class T, bool Two>
 void band(const band_op& o, int nd, bool with_temp, const char* tag, const T& alpha,

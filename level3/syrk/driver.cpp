@@ -29,8 +29,10 @@ template <class T, class A> constexpr auto syrk_point = [] {
     else return by_type<T, dp::SSYRK, dp::DSYRK, dp::CHERK, dp::ZHERK>;
 }();
 template <class T, class B> constexpr auto syr2k_point = [] {
-    if constexpr (__is_same(T, B)) return by_type<T, dp::SSYR2K, dp::DSYR2K, dp::CSYR2K, dp::ZSYR2K>;
-    else return by_type<T, dp::SSYR2K, dp::DSYR2K, dp::CHER2K, dp::ZHER2K>;
+    if constexpr (__is_same(T, B))
+        return by_type<T, dp::SSYR2K, dp::DSYR2K, dp::CSYR2K, dp::ZSYR2K>;
+    else
+        return by_type<T, dp::SSYR2K, dp::DSYR2K, dp::CHER2K, dp::ZHER2K>;
 }();
 
 // Below these orders the serial kernel does the whole triangle.
@@ -140,7 +142,7 @@ void syrk_driver(Ch uplo, Ch trans, I pn, I pk, const A* alpha, const T* a, I ld
     if (nothing && is_one(*beta)) return;
     const shape s = shape_of(uplo, trans, herm);
     const A* beta_now = beta;
-    int t;
+    bool serial = n < strips_from;
     if constexpr (herm) {
         // HERK scales on the calling thread (the kernel does, given no k),
         // so that the diagonal's imaginary parts are 0 whatever follows.
@@ -148,15 +150,12 @@ void syrk_driver(Ch uplo, Ch trans, I pn, I pk, const A* alpha, const T* a, I ld
         if (!is_one(*beta)) kernel(uplo, trans, pn, &no_k, alpha, a, lda, beta, c, ldc, 1, 1);
         if (nothing) return;
         beta_now = &one_v<A>;
-        if (n < strips_from || (t = thr_max_threads(1)) <= 1)
-            return kernel(uplo, trans, pn, pk, alpha, a, lda, beta_now, c, ldc, 1, 1);
     } else {
-        if (n < strips_from || (n < thin_below && (long long)n * k < thin_work))
-            return kernel(uplo, trans, pn, pk, alpha, a, lda, beta, c, ldc, 1, 1);
-        t = thr_max_threads(1);
-        if (t <= 1) return kernel(uplo, trans, pn, pk, alpha, a, lda, beta, c, ldc, 1, 1);
-        if constexpr (__is_same(T, double)) t = dsyrk_threads(t, n, k, s.notrans);
+        serial = serial || (n < thin_below && (long long)n * k < thin_work);
     }
+    int t = serial ? 1 : thr_max_threads(1);
+    if (t <= 1) return kernel(uplo, trans, pn, pk, alpha, a, lda, beta_now, c, ldc, 1, 1);
+    if constexpr (__is_same(T, double)) t = dsyrk_threads(t, n, k, s.notrans);
     const int team = strips(t, n, [&](int off, int size) {
         kernel(uplo, trans, &size, pk, alpha, at(s, a, *lda, off), lda, beta_now,
                c + off + (ptrdiff_t)off * *ldc, ldc, 1, 1);
@@ -182,7 +181,8 @@ void syr2k_driver(Ch uplo, Ch trans, I pn, I pk, const T* alpha, const T* a, I l
     const B* beta_now = beta;
     if constexpr (herm) {
         static const int no_k = 0;
-        if (!is_one(*beta)) kernel(uplo, trans, pn, &no_k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);
+        if (!is_one(*beta))
+            kernel(uplo, trans, pn, &no_k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);
         if (nothing) return;
         beta_now = &one_v<B>;
     }

@@ -10,8 +10,8 @@
 // k of the level. Everything else (S, C, Z on every branch, D on branches 3
 // and 2) walks the diagonal in blocks of nd through a temporary square
 // (level3/syrk/band.h); ZHERK sums its 32-wide diagonal triangles by the
-// leaf kernels instead. The branches differ only in gemm_serial, in the lanes of
-// the leaf kernels and in gemm_scale_c.
+// leaf kernels instead. The branches differ only in gemm_serial, in the
+// lanes of the leaf kernels and in gemm_scale_c.
 #include "level3/syrk/band.h"
 #include "level3/syrk/leaf.h"
 
@@ -57,7 +57,8 @@ void dsyrk_level(const dsyrk_plan& p, int lv, int n, int k, const double* a, dou
         if (p.rect_first) beside(o, j, jb, p.alpha, a, p.lda, a, p.lda, c, p.ldc);
         for (int l = 0; l < k; l += row.kb) {
             const int kc = k - l < row.kb ? k - l : row.kb;
-            const double* al = o.notrans ? a + j + (ptrdiff_t)l * p.lda : a + l + (ptrdiff_t)j * p.lda;
+            const double* al =
+                o.notrans ? a + j + (ptrdiff_t)l * p.lda : a + l + (ptrdiff_t)j * p.lda;
             double* cj = c + j + (ptrdiff_t)j * p.ldc;
             if (lv < levels - 1 && jb > last.nb && kc > last.kb)
                 dsyrk_level(p, lv + 1, jb, kc, al, cj);
@@ -69,7 +70,8 @@ void dsyrk_level(const dsyrk_plan& p, int lv, int n, int k, const double* a, dou
 }
 
 // Branches 3 and 2 keep to the band kernel.
-[[maybe_unused]] void dsyrk_blocked(const band_op& o, double alpha, const double* a, int lda, double* c, int ldc) {
+[[maybe_unused]] void dsyrk_blocked(const band_op& o, double alpha, const double* a, int lda,
+                                    double* c, int ldc) {
     dsyrk_plan p;
     p.o = o;
     p.rows = o.notrans ? rows_n : rows_t;
@@ -86,7 +88,7 @@ void dsyrk_level(const dsyrk_plan& p, int lv, int n, int k, const double* a, dou
 
 // Width of the diagonal blocks of the band kernel.
 template <class T, bool Herm> int band_width(bool notrans) {
-    if (Herm && sizeof(T) == 16) return 32;  // ZHERK: plain loops
+    if (Herm && sizeof(T) == 16) return 32;  // ZHERK: the leaf kernels
     if (notrans) return 128;
     if (!Herm && __is_same(T, c32)) return 128;
     if (!Herm && __is_same(T, c64)) return 32;
