@@ -5,8 +5,8 @@
 // temporary block could not be had.
 //
 // Four columns of C at a time, with an accumulator each, and a vector on
-// the rows of C: for "N" the lanes load a column of X, for the other letters
-// they gather a row of it; the column's element of Y is broadcast (complex:
+// the rows of C: for "N" the lanes load a piece of a column of X, for the
+// other letters they gather a piece of a row; the column's element of Y is broadcast (complex:
 // its real and imaginary parts, against X and X with its parts exchanged,
 // the conjugations folded into sign masks). At most seven of the eight
 // vector registers are live. DSYRK's other letters put the lanes on the
@@ -33,8 +33,8 @@ template <class F> inline void by_count(int nc, F f) {
 }
 
 // C += alpha*X*op(Y)' on the triangle of order n at c. Row r of op(X) is
-// column r of X for "N", else row r (conjugated where conjx); likewise Y,
-// conjugated once more where conjy.
+// row r of X for "N", else its column r (conjugated where conjx); likewise
+// for Y, conjugated once more where conjy.
 template <class T> struct leaf_args {
     int n, k;
     T alpha;
