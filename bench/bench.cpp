@@ -548,6 +548,68 @@ template <class R, char TA, char TB, int K = 0, int C = 1> struct gemm {
     }
 };
 
+// C = alpha op(A) op(A)' + beta C on the upper triangle of an n x n C, k = n
+// (SYRK; HERK where H: real alpha and beta), or alpha op(A) op(B)' +
+// alpha op(B) op(A)' + beta C (SYR2K, Two).  C = 2 for complex elements.
+// The other triangle keeps reset()'s values in every library.  buf: A, B, C.
+template <class R, char TR, bool Two, int C = 1, bool H = false> struct syrk {
+    typedef void(STDCALL* zfn)(const char*, int, const char*, int, const int*, const int*,
+                               const R*, const R*, const int*, const R*, R*, const int*);
+    typedef void (*pfn)(const char*, const char*, const int*, const int*, const R*, const R*,
+                        const int*, const R*, R*, const int*, size_t, size_t);
+    typedef void(STDCALL* z2fn)(const char*, int, const char*, int, const int*, const int*,
+                                const R*, const R*, const int*, const R*, const int*, const R*,
+                                R*, const int*);
+    typedef void (*p2fn)(const char*, const char*, const int*, const int*, const R*, const R*,
+                         const int*, const R*, const int*, const R*, R*, const int*, size_t,
+                         size_t);
+    static double flops(double n) { return (Two ? 2.0 : 1.0) * (C == 1 ? 1.0 : 4.0) * n * n * n; }
+    static constexpr double (*bytes)(double) = nullptr;  // compute-bound
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        c.buf[0] = bench_alloc(n * n * C * sizeof(R));
+        c.buf[1] = bench_alloc(n * n * C * sizeof(R));
+        c.buf[2] = bench_alloc(n * n * C * sizeof(R));
+        if (!c.buf[0] || !c.buf[1] || !c.buf[2]) return false;
+        fill((R*)c.buf[0], n * n * C, 6);
+        fill((R*)c.buf[1], n * n * C, 7);
+        c.scal[0] = 0.75, c.scal[1] = 0.5;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[2], (size_t)c.n * c.n * C, 8); }
+    // Complex scalars get an imaginary part of -0.25, except HERK's.
+    static const R* scalar(Case& c, int i) {
+        static thread_local R v[4];
+        v[C * i] = (R)c.scal[i];
+        if (C == 2) v[2 * i + 1] = H ? 0 : (R)-0.25;
+        return &v[C * i];
+    }
+    static void call_zva(void* f, Case& c) {
+        static const char u[2] = {'U', 0}, t[2] = {TR, 0};
+        const R *a = (R*)c.buf[0], *b = (R*)c.buf[1];
+        if constexpr (Two)
+            ((z2fn)f)(u, 1, t, 1, &c.n, &c.n, scalar(c, 0), a, &c.n, b, &c.n, scalar(c, 1),
+                      (R*)c.buf[2], &c.n);
+        else
+            ((zfn)f)(u, 1, t, 1, &c.n, &c.n, scalar(c, 0), a, &c.n, scalar(c, 1), (R*)c.buf[2],
+                     &c.n);
+    }
+    static void call_peer(void* f, Case& c) {
+        static const char u[2] = {'U', 0}, t[2] = {TR, 0};
+        const R *a = (R*)c.buf[0], *b = (R*)c.buf[1];
+        if constexpr (Two)
+            ((p2fn)f)(u, t, &c.n, &c.n, scalar(c, 0), a, &c.n, b, &c.n, scalar(c, 1),
+                      (R*)c.buf[2], &c.n, 1, 1);
+        else
+            ((pfn)f)(u, t, &c.n, &c.n, scalar(c, 0), a, &c.n, scalar(c, 1), (R*)c.buf[2], &c.n,
+                     1, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[2];
+        *nreal = (size_t)c.n * c.n * C;
+    }
+};
+
 // The dot product x.y, conjugated x for the complex rows; C = 2 for complex
 // elements.  buf: x, y; the function value lands in scal[2..3].  Complex
 // functions: zva takes the result slot as its first word and hands it back;
@@ -894,6 +956,10 @@ const Op ops[] = {
     ROW("strsm_ru", 'S', "_STRSM@60", "strsm_", 2000, MM, trsm<float, 'R', 'U', 1>),
     ROW("ztrsm_ll", 'Z', "_ZTRSM@60", "ztrsm_", 2000, MM, trsm<double, 'L', 'L', 2>),
     ROW("ztrsm_ru", 'Z', "_ZTRSM@60", "ztrsm_", 2000, MM, trsm<double, 'R', 'U', 2>),
+    ROW("dsyrk", 'D', "_DSYRK@48", "dsyrk_", 2000, MM, syrk<double, 'N', false>),
+    ROW("ssyrk", 'S', "_SSYRK@48", "ssyrk_", 2000, MM, syrk<float, 'N', false>),
+    ROW("zherk", 'Z', "_ZHERK@48", "zherk_", 2000, MM, syrk<double, 'N', false, 2, true>),
+    ROW("dsyr2k", 'D', "_DSYR2K@56", "dsyr2k_", 2000, MM, syrk<double, 'N', true>),
 };
 const int nops = sizeof ops / sizeof ops[0];
 

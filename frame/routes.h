@@ -9,6 +9,7 @@
 #include "level1/drivers.h"
 #include "level2/drivers.h"
 #include "level3/trsm/driver.h"
+#include "level3/syrk/drivers.h"
 
 namespace zva {
 

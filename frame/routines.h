@@ -182,18 +182,18 @@ using zva::c64;
     ZVA_SAME(X, ZSYMM, 56, CDRV, (zva::sig_symm<c64>), (not_built), (not_built))                                         \
     ZVA_SAME(X, CHEMM, 56, CDRV, (zva::sig_symm<c32>), (not_built), (not_built))                                         \
     ZVA_SAME(X, ZHEMM, 56, CDRV, (zva::sig_symm<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, SSYRK, 48, CDRV, (zva::sig_syrk<float, float>), (not_built), (not_built))                                \
-    ZVA_SAME(X, DSYRK, 48, CDRV, (zva::sig_syrk<double, double>), (not_built), (not_built))                              \
-    ZVA_SAME(X, CSYRK, 48, CDRV, (zva::sig_syrk<c32, c32>), (not_built), (not_built))                                    \
-    ZVA_SAME(X, ZSYRK, 48, CDRV, (zva::sig_syrk<c64, c64>), (not_built), (not_built))                                    \
-    ZVA_SAME(X, CHERK, 48, CDRV, (zva::sig_syrk<c32, float>), (not_built), (not_built))                                  \
-    ZVA_SAME(X, ZHERK, 48, CDRV, (zva::sig_syrk<c64, double>), (not_built), (not_built))                                 \
-    ZVA_SAME(X, SSYR2K, 56, CDRV, (zva::sig_syr2k<float, float>), (not_built), (not_built))                              \
-    ZVA_SAME(X, DSYR2K, 56, CDRV, (zva::sig_syr2k<double, double>), (not_built), (not_built))                            \
-    ZVA_SAME(X, CSYR2K, 56, CDRV, (zva::sig_syr2k<c32, c32>), (not_built), (not_built))                                  \
-    ZVA_SAME(X, ZSYR2K, 56, CDRV, (zva::sig_syr2k<c64, c64>), (not_built), (not_built))                                  \
-    ZVA_SAME(X, CHER2K, 56, CDRV, (zva::sig_syr2k<c32, float>), (not_built), (not_built))                                \
-    ZVA_SAME(X, ZHER2K, 56, CDRV, (zva::sig_syr2k<c64, double>), (not_built), (not_built))                               \
+    ZVA_SAME(X, SSYRK, 48, CDRV, (zva::sig_syrk<float, float>), (syrk<float, float>), (syrk_driver<float, float>))       \
+    ZVA_SAME(X, DSYRK, 48, CDRV, (zva::sig_syrk<double, double>), (syrk<double, double>), (syrk_driver<double, double>)) \
+    ZVA_SAME(X, CSYRK, 48, CDRV, (zva::sig_syrk<c32, c32>), (syrk<c32, c32>), (syrk_driver<c32, c32>))                   \
+    ZVA_SAME(X, ZSYRK, 48, CDRV, (zva::sig_syrk<c64, c64>), (syrk<c64, c64>), (syrk_driver<c64, c64>))                   \
+    ZVA_SAME(X, CHERK, 48, CDRV, (zva::sig_syrk<c32, float>), (syrk<c32, float>), (syrk_driver<c32, float>))             \
+    ZVA_SAME(X, ZHERK, 48, CDRV, (zva::sig_syrk<c64, double>), (syrk<c64, double>), (syrk_driver<c64, double>))          \
+    ZVA_SAME(X, SSYR2K, 56, CDRV, (zva::sig_syr2k<float, float>), (syr2k<float, float>), (syr2k_driver<float, float>))   \
+    ZVA_SAME(X, DSYR2K, 56, CDRV, (zva::sig_syr2k<double, double>), (syr2k<double, double>), (syr2k_driver<double, double>)) \
+    ZVA_SAME(X, CSYR2K, 56, CDRV, (zva::sig_syr2k<c32, c32>), (syr2k<c32, c32>), (syr2k_driver<c32, c32>))               \
+    ZVA_SAME(X, ZSYR2K, 56, CDRV, (zva::sig_syr2k<c64, c64>), (syr2k<c64, c64>), (syr2k_driver<c64, c64>))               \
+    ZVA_SAME(X, CHER2K, 56, CDRV, (zva::sig_syr2k<c32, float>), (syr2k<c32, float>), (syr2k_driver<c32, float>))         \
+    ZVA_SAME(X, ZHER2K, 56, CDRV, (zva::sig_syr2k<c64, double>), (syr2k<c64, double>), (syr2k_driver<c64, double>))      \
     ZVA_SAME(X, STRMM, 60, CDRV, (zva::sig_trmm<float>), (not_built), (not_built))                                       \
     ZVA_SAME(X, DTRMM, 60, CDRV, (zva::sig_trmm<double>), (not_built), (not_built))                                      \
     ZVA_SAME(X, CTRMM, 60, CDRV, (zva::sig_trmm<c32>), (not_built), (not_built))                                         \

@@ -5,6 +5,11 @@
 
 ZVA_IN_EVERY_BRANCH(
     // one block of declarations per family
+
+    // SYRK and HERK (real alpha and beta make it HERK), SYR2K and HER2K (a
+    // real beta makes it HER2K): the serial kernels of level3/syrk.
+    template <class T, class A> sig_syrk<T, A> syrk;
+    template <class T, class B> sig_syr2k<T, B> syr2k;
 )
 
 // TRSM (level3/trsm/): B := alpha*inv(op(A))*B or alpha*B*inv(op(A)), with
