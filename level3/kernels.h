@@ -5,4 +5,6 @@
 
 ZVA_IN_EVERY_BRANCH(
     // one block of declarations per family
+    // TRMM: the kernel behind the four TRMM dispatch points (the export's list)
+    template <class T> sig_trmm<T> trmm;
 )
