@@ -22,6 +22,7 @@
 #include "gemm/kernels.h"
 #include "level3/kernels.h"
 #include "simd/branch.h"
+#include "simd/pairs128.h"
 
 namespace zva::ZVA_NS {
 namespace {
