@@ -630,9 +630,10 @@ const Op ops[] = {
     ROW("zgemm_ct", 'Z', "_ZGEMM@60", "zgemm_", 2000, MM, gemm<double, 'C', 'T', 0, 2>),
     ROW("zgemm_k64", 'Z', "_ZGEMM@60", "zgemm_", 2000, MM, gemm<double, 'N', 'N', 64, 2>),
     ROW("dtrmm", 'D', "_DTRMM@60", "dtrmm_", 2000, MM, trmm<double, 'L', 'U', 'N'>),
-    ROW("dtrmm_lt", 'D', "_DTRMM@60", "dtrmm_", 2000, MM, trmm<double, 'L', 'L', 'T'>),
     ROW("dtrmm_rn", 'D', "_DTRMM@60", "dtrmm_", 2000, MM, trmm<double, 'R', 'U', 'N'>),
     ROW("ztrmm", 'Z', "_ZTRMM@60", "ztrmm_", 2000, MM, trmm<double, 'L', 'U', 'N', 2>),
+    ROW("strmm", 'S', "_STRMM@60", "strmm_", 2000, MM, trmm<float, 'L', 'U', 'N'>),
+    ROW("ctrmm", 'C', "_CTRMM@60", "ctrmm_", 2000, MM, trmm<float, 'L', 'U', 'N', 2>),
 };
 const int nops = sizeof ops / sizeof ops[0];
 

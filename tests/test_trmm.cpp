@@ -38,6 +38,7 @@ std::vector<form> all_forms() {
 }
 char lower(char c) { return (char)(c | 0x20); }
 
+// 1, -1, others; the last is 0 for S and D, (0, 1) for C and Z.
 template <class T> T alpha_of(int round) {
     const double v[][2] = {{1, 0}, {-1, 0}, {0.7, -0.3}, {-2.5, 1.25}, {0, 1}};
     const double* x = v[round % 5];
@@ -112,6 +113,13 @@ template <class T> struct problem {
                 }
                 const lc want = mul(al, s);
                 const lc got = to_lc(b[i + (long)j * ldb]);
+                // An infinity of B reaches the elements that read it, and
+                // only those.
+                if (!isfinite(want.re) || !isfinite(want.im)) {
+                    ASSERT_FALSE(isfinite(got.re) && isfinite(got.im))
+                        << f.side << f.uplo << f.trans << f.diag << " m=" << m << " n=" << n << " at " << i << "," << j << " got " << got.re << "," << got.im;
+                    continue;
+                }
                 const long double bound = (k + 4) * 4 * eps_of<T> * mag(al) * size + 1e-30L;
                 ASSERT_LE(mag(add(got, lc{-want.re, -want.im})), bound)
                     << f.side << f.uplo << f.trans << f.diag << " m=" << m << " n=" << n
@@ -176,6 +184,28 @@ TYPED_TEST(Trmm, LongFreeDimension) {
 TYPED_TEST(Trmm, LargeInPlace) {
     check<TypeParam>({'L', 'U', 'N', 'N'}, 260, 131, 2);
     check<TypeParam>({'R', 'L', 'C', 'U'}, 131, 140, 3);
+}
+
+// One infinite element of B: the elements of the product that read it are
+// infinite or NaN, all others keep their finite values, also next to it in
+// a pair of rows or a vector of the base routines.
+TYPED_TEST(Trmm, InfinityStaysInItsRows) {
+    using T = TypeParam;
+    const int shapes[][2] = {{7, 6}, {37, 5}, {130, 3}};
+    int round = 0;
+    for (const form& f : all_forms())
+        for (const auto& s : shapes)
+            for (int at = 0; at < s[0]; at += 5) {
+                const bool left = f.side == 'L';
+                // alpha = 0 (the fifth, for S and D) would clear the infinity.
+                problem<T> p(f, left ? s[0] : s[1], left ? s[1] : s[0], alpha_of<T>(round % 4),
+                             round % 2);
+                ++round;
+                const int i = left ? at : 1, j = left ? 1 : at;
+                p.b[i + (long)j * p.ldb] = p.b0[8 + i + (long)j * p.ldb] = make<T>(INFINITY, 0);
+                p.run();
+                p.expect_near_reference();
+            }
 }
 
 // alpha = 0: B becomes zero, NaN included, and A (all NaN) is not read.

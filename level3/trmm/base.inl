@@ -210,7 +210,7 @@ template <class T> struct row_pair {
 // last whole vector come first, off those chains, so that little is left
 // to wait for once the loop ends.
 template <class T, int C>
-[[gnu::noinline]] void pair_cols(const row_pair<T>& g, T* bj, int ldb, int i) {
+[[gnu::always_inline]] inline void pair_cols(const row_pair<T>& g, int i, T* bj, int ldb) {
     using LV = lanev<T>;
     using V = typename LV::v;
     using P = pair2<T>;
@@ -254,6 +254,12 @@ template <class T, int C>
 #endif
         P::store(bj + i + q * ldb, P::add(s, corner[q]));
     }
+}
+
+// The same columns for each pair of a sweep, in the order of the walk.
+template <class T, int C>
+[[gnu::noinline]] void sweep_cols(const row_pair<T>* g, const int* row, int count, T* bj, int ldb) {
+    for (int r = 0; r < count; ++r) pair_cols<T, C>(g[r], row[r], bj, ldb);
 }
 
 // The shared part of rows i, i+1; buf holds the rows of A for transa N.
@@ -315,10 +321,10 @@ void left_pairs(const tr_case<T>& c, int mb, int nb, int p0, int count, const T*
                 _mm_prefetch(reinterpret_cast<const char*>(next + c.ldb + e), _MM_HINT_T0);
             }
         }
-        for (int r = 0; r < count; ++r) pair_cols<T, 2>(g[r], b + (long long)j * c.ldb, c.ldb, row[r]);
+        sweep_cols<T, 2>(g, row, count, b + (long long)j * c.ldb, c.ldb);
     }
     if (!Even && j < nb)
-        for (int r = 0; r < count; ++r) pair_cols<T, 1>(g[r], b + (long long)j * c.ldb, c.ldb, row[r]);
+        sweep_cols<T, 1>(g, row, count, b + (long long)j * c.ldb, c.ldb);
 }
 
 template <class T, bool Conj, bool Even>
