@@ -1,26 +1,29 @@
 // The base routines of TRMM: the diagonal blocks at the bottom of the walk,
 // at most base_most elements of the triangle on a side.
 //
-// A on the left: dot products. A group of rows of op(A) (two for the real
-// types, one for the complex) meets a pair of columns of B in vectors along
-// the range of k that all rows of the group share; the corner of the group
-// that lies in the triangle is added element by element. Rows of op(A) that
-// are columns of A (transa T or C) are read in place; rows of A (transa N),
-// whose elements lie lda apart, are first copied to a buffer. The block of
-// B is multiplied by alpha first, unless alpha is 1. The groups run in the
-// order of the walk, so each reads only rows that are not yet written.
-// When both sizes are even the routine is compiled without its odd tails.
+// A on the left: dot products, the block of B multiplied by alpha first
+// unless alpha is 1. Real types take the rows of op(A) in pairs: a pair
+// meets a pair of columns of B in vectors along the range of k that both
+// rows read past their corner, with 2 x 2 accumulators; the corner (the
+// diagonal pair and the element between the rows) and the part past the
+// last whole vector (a masked vector on the 256-bit branches, single steps
+// on the others) are added to the pair of sums. Complex types take one row
+// against two columns, with the like and the crossed products of each
+// summed apart and joined at the end, the conjugate a sign there. Rows of
+// op(A) that are columns of A (transa T or C) are read in place; rows of A
+// (transa N), whose elements lie lda apart, are first copied to a buffer.
+// Rows run in the order of the walk, so each reads only rows of B not yet
+// written; an odd last row goes alone. When both sizes are even the
+// routines are compiled without their odd tails.
 //
 // A on the right: column sums. Column j of B is multiplied by alpha times
 // the diagonal and receives the columns it reads two at a time, with the
 // coefficients alpha*op(A)(k, j), in one pass over the rows each: single
 // rows up to the vector boundary, then four vectors a step, one, and single
-// rows again.
+// rows again; fused on branch 7.
 //
-// Registers: the real dots keep 2 x 2 accumulators, the complex ones 1 x 2
-// pairs (like parts, crossed parts; the conjugate is a sign where they are
-// summed), so that the operands fit in the other three or four of the
-// eight registers.
+// Registers: the real pairs keep four accumulators, both rows of A, one
+// vector of B and a product, all eight; the complex row keeps four.
 namespace zva::ZVA_NS {
 namespace {
 
@@ -75,9 +78,8 @@ inline void dots(int len, const T* a, const T* b, int ldb, T* out) {
     }
 }
 
-// Row i of the block: its range of k past the diagonal in vectors, then
-// the diagonal. The only row of a group in the complex types, the odd row
-// in the real ones.
+// Row i of the block against pairs of columns: its range of k past the
+// diagonal in vectors, then the diagonal.
 template <class T, bool Conj, bool Even>
 void left_row(const tr_case<T>& c, int mb, int nb, int i, const T* a, T* b) {
     const int k0 = c.fwd ? i + 1 : 0, len = c.fwd ? mb - k0 : i;
@@ -171,15 +173,12 @@ template <> struct pair2<float> {
 };
 
 #if ZVA_BRANCH >= 6
-// The first r lanes of a 256-bit vector, the rest zero and not read: the
-// masked lanes of a masked load neither fault nor count.
-inline __m256i first_lanes(double*, int r) {
-    static const int64_t bits[8] = {-1, -1, -1, -1, 0, 0, 0, 0};
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bits + 4 - r));
-}
-inline __m256i first_lanes(float*, int r) {
+// A mask of the first r elements of T in a 256-bit vector. A masked load
+// neither reads nor faults on the other lanes and leaves them zero.
+template <class T> __m256i first_lanes(int r) {
     static const int32_t bits[16] = {-1, -1, -1, -1, -1, -1, -1, -1, 0, 0, 0, 0, 0, 0, 0, 0};
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bits + 8 - r));
+    const int words = r * (int)(sizeof(T) / 4);
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bits + 8 - words));
 }
 inline __m256d load_first(const double* p, __m256i m) { return _mm256_maskload_pd(p, m); }
 inline __m256 load_first(const float* p, __m256i m) { return _mm256_maskload_ps(p, m); }
@@ -250,7 +249,8 @@ template <class T, int C>
     for (int q = 0; q < C; ++q) {
         PV s = P::sums(acc0[q], acc1[q]);
 #if ZVA_BRANCH < 6
-        for (int e = g.lv; e < g.len; ++e) s = P::madd(s, g.tail[e - g.lv], P::bcast(bk + e + q * ldb));
+        for (int e = g.lv; e < g.len; ++e)
+            s = P::madd(s, g.tail[e - g.lv], P::bcast(bk + e + q * ldb));
 #endif
         P::store(bj + i + q * ldb, P::add(s, corner[q]));
     }
@@ -264,7 +264,8 @@ template <class T, int C>
 
 // The shared part of rows i, i+1; buf holds the rows of A for transa N.
 template <class T>
-void make_pair(const tr_case<T>& c, int mb, int i, const T* a, row_pair<T>& g, T (*buf)[base_most]) {
+void make_pair(const tr_case<T>& c, int mb, int i, const T* a, row_pair<T>& g,
+               T (*buf)[base_most]) {
     using P = pair2<T>;
     g.fwd = c.fwd;
     g.k0 = c.fwd ? i + 2 : 0;
@@ -281,7 +282,7 @@ void make_pair(const tr_case<T>& c, int mb, int i, const T* a, row_pair<T>& g, T
     }
 #if ZVA_BRANCH >= 6
     if (g.lv < g.len) {
-        g.mask = first_lanes(static_cast<T*>(nullptr), g.len - g.lv);
+        g.mask = first_lanes<T>(g.len - g.lv);
         g.last0 = load_first(g.a0 + g.lv, g.mask);
         g.last1 = load_first(g.a1 + g.lv, g.mask);
     }
@@ -331,11 +332,14 @@ template <class T, bool Conj, bool Even>
 void base_left(const tr_case<T>& c, int mb, int nb, const T* a, T* b) {
     if (!is_one(*c.alpha)) gemm_scale_c<T>(&mb, &nb, c.alpha, b, &c.ldb);
     if constexpr (cplx_v<T>) {
-        for (int q = 0; q < mb; ++q) left_row<T, Conj, Even>(c, mb, nb, c.fwd ? q : mb - 1 - q, a, b);
+        for (int q = 0; q < mb; ++q)
+            left_row<T, Conj, Even>(c, mb, nb, c.fwd ? q : mb - 1 - q, a, b);
     } else {
         const int pairs = mb / 2;
-        for (int p = 0; p < pairs; p += sweep_pairs)
-            left_pairs<T, Even>(c, mb, nb, p, pairs - p < sweep_pairs ? pairs - p : sweep_pairs, a, b);
+        for (int p = 0; p < pairs; p += sweep_pairs) {
+            const int count = pairs - p < sweep_pairs ? pairs - p : sweep_pairs;
+            left_pairs<T, Even>(c, mb, nb, p, count, a, b);
+        }
         // The odd row comes last in the walk: the bottom one going up, the
         // top one going down.
         if (!Even && mb % 2) left_row<T, false, Even>(c, mb, nb, c.fwd ? mb - 1 : 0, a, b);
@@ -425,7 +429,8 @@ template <class T> void base(const tr_case<T>& c, int mt, int nf, const T* a, T*
         even ? base_left<T, cplx_v<T>, true>(c, mt, nf, a, b)
              : base_left<T, cplx_v<T>, false>(c, mt, nf, a, b);
     else
-        even ? base_left<T, false, true>(c, mt, nf, a, b) : base_left<T, false, false>(c, mt, nf, a, b);
+        even ? base_left<T, false, true>(c, mt, nf, a, b)
+             : base_left<T, false, false>(c, mt, nf, a, b);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@
 //
 // Block sizes are the same on every branch; the branches differ only in the
 // lane kind of the base routines: 128-bit on branches 2 to 5, 256-bit on 6
-// and 7, fused multiply-add on 7.
+// and 7, fused multiply-add on 7 (registers: base.inl).
 #include <cstring>
 
 #include "frame/scalar.h"
@@ -41,7 +41,7 @@ template <class T> struct tr_case {
     const char* op;  // op(A)'s letter for the multiply
 };
 
-// Address of element (r, c) of op(A), from the diagonal block's corner a.
+// Address of element (r, k) of op(A), from the diagonal block's corner a.
 template <class T> const T* op_at(const tr_case<T>& c, const T* a, int r, int k) {
     return c.trans ? a + k + (long long)r * c.lda : a + r + (long long)k * c.lda;
 }
@@ -216,7 +216,8 @@ void trmm(Ch side, Ch uplo, Ch transa, Ch diag, I m, I n, const T* alpha, const 
     c.alpha = alpha;
     c.lda = *lda;
     c.ldb = *ldb;
-    c.op = cplx_v<T> ? (c.conj ? "C" : c.trans ? "T" : "N") : (c.trans ? "Transpose" : "No transpose");
+    if constexpr (cplx_v<T>) c.op = c.conj ? "C" : c.trans ? "T" : "N";
+    else c.op = c.trans ? "Transpose" : "No transpose";
     const char op = c.conj ? 'C' : c.trans ? 'T' : 'N';
     const trmm_plan& p = plans<T>[plan_row(c.left, op, upper)];
     walk(c, p, 0, c.left ? mm : nn, c.left ? nn : mm, a, b);
