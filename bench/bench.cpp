@@ -606,6 +606,50 @@ template <class R, char TR, bool Two, int C = 1, bool H = false> struct syrk {
     }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[2];
+// B := alpha op(A) B (side L) or alpha B op(A) (side R) on an n x n B, in
+// place; C = 2 for complex elements. A has 1 on its diagonal and the
+// filler divided by n off it, so that B keeps its size over the repeated
+// timed calls. alpha is 1. buf: A, B.
+template <class R, char S, char U, char T, int C = 1> struct trmm {
+    typedef void(STDCALL* zfn)(const char*, int, const char*, int, const char*, int,
+                               const char*, int, const int*, const int*, const R*, const R*,
+                               const int*, R*, const int*);
+    typedef void (*pfn)(const char*, const char*, const char*, const char*, const int*,
+                        const int*, const R*, const R*, const int*, R*, const int*, size_t,
+                        size_t, size_t, size_t);
+    static double flops(double n) { return (C == 1 ? 1.0 : 4.0) * n * n * n; }
+    static constexpr double (*bytes)(double) = nullptr;  // compute-bound
+    static bool setup(Case& c) {
+        const size_t n = (size_t)c.n;
+        c.buf[0] = bench_alloc(n * n * C * sizeof(R));
+        c.buf[1] = bench_alloc(n * n * C * sizeof(R));
+        if (!c.buf[0] || !c.buf[1]) return false;
+        R* a = (R*)c.buf[0];
+        fill(a, n * n * C, 6);
+        for (size_t j = 0; j < n; ++j)
+            for (size_t i = 0; i < n * C; ++i) {
+                R& e = a[i + j * n * C];
+                e = i / C == j ? (i % C ? R(0) : R(1)) : e / (R)c.n;
+            }
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[1], (size_t)c.n * c.n * C, 8); }
+    static const R* alpha() {
+        static const R v[2] = {1, 0};
+        return v;
+    }
+    static void call_zva(void* f, Case& c) {
+        static const char s[2] = {S, 0}, u[2] = {U, 0}, t[2] = {T, 0}, d[2] = {'N', 0};
+        ((zfn)f)(s, 1, u, 1, t, 1, d, 1, &c.n, &c.n, alpha(), (R*)c.buf[0], &c.n,
+                 (R*)c.buf[1], &c.n);
+    }
+    static void call_peer(void* f, Case& c) {
+        static const char s[2] = {S, 0}, u[2] = {U, 0}, t[2] = {T, 0}, d[2] = {'N', 0};
+        ((pfn)f)(s, u, t, d, &c.n, &c.n, alpha(), (R*)c.buf[0], &c.n, (R*)c.buf[1], &c.n, 1, 1,
+                 1, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[1];
         *nreal = (size_t)c.n * c.n * C;
     }
 };
@@ -960,6 +1004,11 @@ const Op ops[] = {
     ROW("ssyrk", 'S', "_SSYRK@48", "ssyrk_", 2000, MM, syrk<float, 'N', false>),
     ROW("zherk", 'Z', "_ZHERK@48", "zherk_", 2000, MM, syrk<double, 'N', false, 2, true>),
     ROW("dsyr2k", 'D', "_DSYR2K@56", "dsyr2k_", 2000, MM, syrk<double, 'N', true>),
+    ROW("dtrmm", 'D', "_DTRMM@60", "dtrmm_", 2000, MM, trmm<double, 'L', 'U', 'N'>),
+    ROW("dtrmm_rn", 'D', "_DTRMM@60", "dtrmm_", 2000, MM, trmm<double, 'R', 'U', 'N'>),
+    ROW("ztrmm", 'Z', "_ZTRMM@60", "ztrmm_", 2000, MM, trmm<double, 'L', 'U', 'N', 2>),
+    ROW("strmm", 'S', "_STRMM@60", "strmm_", 2000, MM, trmm<float, 'L', 'U', 'N'>),
+    ROW("ctrmm", 'C', "_CTRMM@60", "ctrmm_", 2000, MM, trmm<float, 'L', 'U', 'N', 2>),
 };
 const int nops = sizeof ops / sizeof ops[0];
 

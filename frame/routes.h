@@ -10,6 +10,7 @@
 #include "level2/drivers.h"
 #include "level3/trsm/driver.h"
 #include "level3/syrk/drivers.h"
+#include "level3/drivers.h"
 
 namespace zva {
 

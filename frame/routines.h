@@ -194,10 +194,10 @@ using zva::c64;
     ZVA_SAME(X, ZSYR2K, 56, CDRV, (zva::sig_syr2k<c64, c64>), (syr2k<c64, c64>), (syr2k_driver<c64, c64>))               \
     ZVA_SAME(X, CHER2K, 56, CDRV, (zva::sig_syr2k<c32, float>), (syr2k<c32, float>), (syr2k_driver<c32, float>))         \
     ZVA_SAME(X, ZHER2K, 56, CDRV, (zva::sig_syr2k<c64, double>), (syr2k<c64, double>), (syr2k_driver<c64, double>))      \
-    ZVA_SAME(X, STRMM, 60, CDRV, (zva::sig_trmm<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DTRMM, 60, CDRV, (zva::sig_trmm<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CTRMM, 60, CDRV, (zva::sig_trmm<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZTRMM, 60, CDRV, (zva::sig_trmm<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, STRMM, 60, CDRV, (zva::sig_trmm<float>), (trmm<float>), (trmm_driver<float>))                            \
+    ZVA_SAME(X, DTRMM, 60, CDRV, (zva::sig_trmm<double>), (trmm<double>), (trmm_driver<double>))                         \
+    ZVA_SAME(X, CTRMM, 60, CDRV, (zva::sig_trmm<c32>), (trmm<c32>), (trmm_driver<c32>))                                  \
+    ZVA_SAME(X, ZTRMM, 60, CDRV, (zva::sig_trmm<c64>), (trmm<c64>), (trmm_driver<c64>))                                  \
     ZVA_SAME(X, STRSM, 60, CDRV, (zva::sig_trmm<float>), (trsm<float>), (trsm_driver<float>))                            \
     ZVA_SAME(X, DTRSM, 60, CDRV, (zva::sig_trmm<double>), (trsm<double>), (trsm_driver<double>))                         \
     ZVA_SAME(X, CTRSM, 60, CDRV, (zva::sig_trmm<c32>), (trsm<c32>), (trsm_driver<c32>))                                  \

@@ -10,6 +10,8 @@ ZVA_IN_EVERY_BRANCH(
     // real beta makes it HER2K): the serial kernels of level3/syrk.
     template <class T, class A> sig_syrk<T, A> syrk;
     template <class T, class B> sig_syr2k<T, B> syr2k;
+    // TRMM: the kernel behind the four TRMM dispatch points (the export's list)
+    template <class T> sig_trmm<T> trmm;
 )
 
 // TRSM (level3/trsm/): B := alpha*inv(op(A))*B or alpha*B*inv(op(A)), with

@@ -258,5 +258,25 @@ inline typename L::v times(const factor<L>& f, typename L::v x) {
         return L::mul(x, f.r);
 }
 
+// ---- added for level 3 (TRMM) ---------------------------------------------
+
+// The sum of all lanes of a register of real elements, upper half onto
+// lower and again; and of a register of complex elements, as one value.
+inline double total(__m128d x) { return _mm_cvtsd_f64(_mm_add_sd(x, _mm_unpackhi_pd(x, x))); }
+inline float total(__m128 x) {
+    const __m128 h = _mm_add_ps(x, _mm_movehl_ps(x, x));
+    return _mm_cvtss_f32(_mm_add_ss(h, _mm_shuffle_ps(h, h, 1)));
+}
+inline c64 total_pairs(__m128d x) {
+    c64 r;
+    _mm_storeu_pd(&r.re, x);
+    return r;
+}
+inline c32 total_pairs(__m128 x) {
+    c32 r;
+    _mm_storel_pi(reinterpret_cast<__m64*>(&r), _mm_add_ps(x, _mm_movehl_ps(x, x)));
+    return r;
+}
+
 }  // namespace
 }  // namespace zva::simd

@@ -158,5 +158,22 @@ struct lanes256 {
     using zv = Z256<Fma>;
 };
 
+// ---- added for level 3 (TRMM) ---------------------------------------------
+
+// Lane sums of the 256-bit registers: the upper half onto the lower, then
+// as in the 128-bit kinds.
+inline double total(__m256d x) {
+    return total(_mm_add_pd(_mm256_castpd256_pd128(x), _mm256_extractf128_pd(x, 1)));
+}
+inline float total(__m256 x) {
+    return total(_mm_add_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1)));
+}
+inline c64 total_pairs(__m256d x) {
+    return total_pairs(_mm_add_pd(_mm256_castpd256_pd128(x), _mm256_extractf128_pd(x, 1)));
+}
+inline c32 total_pairs(__m256 x) {
+    return total_pairs(_mm_add_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1)));
+}
+
 }  // namespace
 }  // namespace zva::simd
