@@ -5,4 +5,8 @@
 
 ZVA_IN_EVERY_BRANCH(
     // one block of declarations per family
+    // SYMM, HEMM: side, uplo, m, n, alpha, a, lda, b, ldb, beta, c, ldc and
+    // the two hidden lengths, as the driver hands them on.
+    template <class T> sig_symm<T> symm;
+    template <class T> sig_symm<T> hemm;
 )
