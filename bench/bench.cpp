@@ -571,6 +571,22 @@ template <class R, char TR, bool Two, int C = 1, bool H = false> struct syrk {
         c.buf[1] = bench_alloc(n * n * C * sizeof(R));
         c.buf[2] = bench_alloc(n * n * C * sizeof(R));
         if (!c.buf[0] || !c.buf[1] || !c.buf[2]) return false;
+// C = alpha A B + beta C (side "L") or alpha B A + beta C with A symmetric,
+// Hermitian for HEMM, of which one triangle is read; m = n = size; C = 2
+// for complex elements.  buf: A, B, C.
+template <class R, char SIDE, char UPLO, int C = 1> struct symm {
+    typedef void(STDCALL* zfn)(const char*, int, const char*, int, const int*, const int*,
+                               const R*, const R*, const int*, const R*, const int*, const R*,
+                               R*, const int*);
+    typedef void (*pfn)(const char*, const char*, const int*, const int*, const R*, const R*,
+                        const int*, const R*, const int*, const R*, R*, const int*, size_t,
+                        size_t);
+    static double flops(double n) { return (C == 1 ? 2.0 : 8.0) * n * n * n; }
+    static constexpr double (*bytes)(double) = nullptr;  // compute-bound
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        for (int i = 0; i < 3; ++i)
+            if (!(c.buf[i] = bench_alloc(n * n * C * sizeof(R)))) return false;
         fill((R*)c.buf[0], n * n * C, 6);
         fill((R*)c.buf[1], n * n * C, 7);
         c.scal[0] = 0.75, c.scal[1] = 0.5;
@@ -650,6 +666,24 @@ template <class R, char S, char U, char T, int C = 1> struct trmm {
     }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[1];
+    static const R* scalar(Case& c, int i) {
+        static thread_local R v[4];
+        v[C * i] = (R)c.scal[i];
+        if (C == 2) v[2 * i + 1] = (R)-0.25;
+        return &v[C * i];
+    }
+    static void call_zva(void* f, Case& c) {
+        static const char s[2] = {SIDE, 0}, u[2] = {UPLO, 0};
+        ((zfn)f)(s, 1, u, 1, &c.n, &c.n, scalar(c, 0), (R*)c.buf[0], &c.n, (R*)c.buf[1], &c.n,
+                 scalar(c, 1), (R*)c.buf[2], &c.n);
+    }
+    static void call_peer(void* f, Case& c) {
+        static const char s[2] = {SIDE, 0}, u[2] = {UPLO, 0};
+        ((pfn)f)(s, u, &c.n, &c.n, scalar(c, 0), (R*)c.buf[0], &c.n, (R*)c.buf[1], &c.n,
+                 scalar(c, 1), (R*)c.buf[2], &c.n, 1, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[2];
         *nreal = (size_t)c.n * c.n * C;
     }
 };
@@ -1009,6 +1043,10 @@ const Op ops[] = {
     ROW("ztrmm", 'Z', "_ZTRMM@60", "ztrmm_", 2000, MM, trmm<double, 'L', 'U', 'N', 2>),
     ROW("strmm", 'S', "_STRMM@60", "strmm_", 2000, MM, trmm<float, 'L', 'U', 'N'>),
     ROW("ctrmm", 'C', "_CTRMM@60", "ctrmm_", 2000, MM, trmm<float, 'L', 'U', 'N', 2>),
+    ROW("dsymm", 'D', "_DSYMM@56", "dsymm_", 2000, MM, symm<double, 'L', 'L'>),
+    ROW("dsymm_ru", 'D', "_DSYMM@56", "dsymm_", 2000, MM, symm<double, 'R', 'U'>),
+    ROW("zhemm", 'Z', "_ZHEMM@56", "zhemm_", 2000, MM, symm<double, 'L', 'L', 2>),
+    ROW("zhemm_ru", 'Z', "_ZHEMM@56", "zhemm_", 2000, MM, symm<double, 'R', 'U', 2>),
 };
 const int nops = sizeof ops / sizeof ops[0];
 

@@ -11,6 +11,7 @@
 #include "level3/trsm/driver.h"
 #include "level3/syrk/drivers.h"
 #include "level3/drivers.h"
+#include "level3/symm/drivers.h"
 
 namespace zva {
 

@@ -176,12 +176,12 @@ using zva::c64;
     X(DGEMM, 60, CDRV, (zva::sig_gemm<double>), (zva::sig_gemm_serial<double>), (dgemm_serial), (gemm_threaded<double>)) \
     X(CGEMM, 60, CDRV, (zva::sig_gemm<c32>), (zva::sig_gemm_serial<c32>), (cgemm_serial), (gemm_threaded<c32>))          \
     X(ZGEMM, 60, CDRV, (zva::sig_gemm<c64>), (zva::sig_gemm_serial<c64>), (zgemm_serial), (gemm_threaded<c64>))          \
-    ZVA_SAME(X, SSYMM, 56, CDRV, (zva::sig_symm<float>), (not_built), (not_built))                                       \
-    ZVA_SAME(X, DSYMM, 56, CDRV, (zva::sig_symm<double>), (not_built), (not_built))                                      \
-    ZVA_SAME(X, CSYMM, 56, CDRV, (zva::sig_symm<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZSYMM, 56, CDRV, (zva::sig_symm<c64>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, CHEMM, 56, CDRV, (zva::sig_symm<c32>), (not_built), (not_built))                                         \
-    ZVA_SAME(X, ZHEMM, 56, CDRV, (zva::sig_symm<c64>), (not_built), (not_built))                                         \
+    ZVA_SAME(X, SSYMM, 56, CDRV, (zva::sig_symm<float>), (symm<float>), (symm_driver<float>))                            \
+    ZVA_SAME(X, DSYMM, 56, CDRV, (zva::sig_symm<double>), (symm<double>), (symm_driver<double>))                         \
+    ZVA_SAME(X, CSYMM, 56, CDRV, (zva::sig_symm<c32>), (symm<c32>), (symm_driver<c32>))                                  \
+    ZVA_SAME(X, ZSYMM, 56, CDRV, (zva::sig_symm<c64>), (symm<c64>), (symm_driver<c64>))                                  \
+    ZVA_SAME(X, CHEMM, 56, CDRV, (zva::sig_symm<c32>), (hemm<c32>), (hemm_driver<c32>))                                  \
+    ZVA_SAME(X, ZHEMM, 56, CDRV, (zva::sig_symm<c64>), (hemm<c64>), (hemm_driver<c64>))                                  \
     ZVA_SAME(X, SSYRK, 48, CDRV, (zva::sig_syrk<float, float>), (syrk<float, float>), (syrk_driver<float, float>))       \
     ZVA_SAME(X, DSYRK, 48, CDRV, (zva::sig_syrk<double, double>), (syrk<double, double>), (syrk_driver<double, double>)) \
     ZVA_SAME(X, CSYRK, 48, CDRV, (zva::sig_syrk<c32, c32>), (syrk<c32, c32>), (syrk_driver<c32, c32>))                   \

@@ -12,6 +12,10 @@ ZVA_IN_EVERY_BRANCH(
     template <class T, class B> sig_syr2k<T, B> syr2k;
     // TRMM: the kernel behind the four TRMM dispatch points (the export's list)
     template <class T> sig_trmm<T> trmm;
+    // SYMM, HEMM: side, uplo, m, n, alpha, a, lda, b, ldb, beta, c, ldc and
+    // the two hidden lengths, as the driver hands them on.
+    template <class T> sig_symm<T> symm;
+    template <class T> sig_symm<T> hemm;
 )
 
 // TRSM (level3/trsm/): B := alpha*inv(op(A))*B or alpha*B*inv(op(A)), with
