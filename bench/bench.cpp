@@ -378,6 +378,9 @@ template <class R> struct syr2 {
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[0];
         *nreal = (size_t)c.n * c.n;
+    }
+};
+
 // x = A x (TRMV) or x = inv(A) x (TRSV) with A lower triangular, not
 // transposed, non-unit.  The diagonal is +-1 and the other elements are of
 // size 1/n, so that x keeps its size over any number of calls.  buf: A, x.
@@ -409,6 +412,10 @@ template <class R, bool SOLVE> struct trmv {
     }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[1];
+        *nreal = (size_t)c.n;
+    }
+};
+
 // An n x n matrix as its packed upper triangle: y = alpha A x + beta y
 // (SPMV), or x = A x with A triangular, not transposed, non-unit (TPMV), x
 // copied in afresh before each call so that repeated calls keep the same
@@ -571,22 +578,6 @@ template <class R, char TR, bool Two, int C = 1, bool H = false> struct syrk {
         c.buf[1] = bench_alloc(n * n * C * sizeof(R));
         c.buf[2] = bench_alloc(n * n * C * sizeof(R));
         if (!c.buf[0] || !c.buf[1] || !c.buf[2]) return false;
-// C = alpha A B + beta C (side "L") or alpha B A + beta C with A symmetric,
-// Hermitian for HEMM, of which one triangle is read; m = n = size; C = 2
-// for complex elements.  buf: A, B, C.
-template <class R, char SIDE, char UPLO, int C = 1> struct symm {
-    typedef void(STDCALL* zfn)(const char*, int, const char*, int, const int*, const int*,
-                               const R*, const R*, const int*, const R*, const int*, const R*,
-                               R*, const int*);
-    typedef void (*pfn)(const char*, const char*, const int*, const int*, const R*, const R*,
-                        const int*, const R*, const int*, const R*, R*, const int*, size_t,
-                        size_t);
-    static double flops(double n) { return (C == 1 ? 2.0 : 8.0) * n * n * n; }
-    static constexpr double (*bytes)(double) = nullptr;  // compute-bound
-    static bool setup(Case& c) {
-        size_t n = (size_t)c.n;
-        for (int i = 0; i < 3; ++i)
-            if (!(c.buf[i] = bench_alloc(n * n * C * sizeof(R)))) return false;
         fill((R*)c.buf[0], n * n * C, 6);
         fill((R*)c.buf[1], n * n * C, 7);
         c.scal[0] = 0.75, c.scal[1] = 0.5;
@@ -622,6 +613,54 @@ template <class R, char SIDE, char UPLO, int C = 1> struct symm {
     }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[2];
+        *nreal = (size_t)c.n * c.n * C;
+    }
+};
+
+// C = alpha A B + beta C (side "L") or alpha B A + beta C with A symmetric,
+// Hermitian for HEMM, of which one triangle is read; m = n = size; C = 2
+// for complex elements.  buf: A, B, C.
+template <class R, char SIDE, char UPLO, int C = 1> struct symm {
+    typedef void(STDCALL* zfn)(const char*, int, const char*, int, const int*, const int*,
+                               const R*, const R*, const int*, const R*, const int*, const R*,
+                               R*, const int*);
+    typedef void (*pfn)(const char*, const char*, const int*, const int*, const R*, const R*,
+                        const int*, const R*, const int*, const R*, R*, const int*, size_t,
+                        size_t);
+    static double flops(double n) { return (C == 1 ? 2.0 : 8.0) * n * n * n; }
+    static constexpr double (*bytes)(double) = nullptr;  // compute-bound
+    static bool setup(Case& c) {
+        size_t n = (size_t)c.n;
+        for (int i = 0; i < 3; ++i)
+            if (!(c.buf[i] = bench_alloc(n * n * C * sizeof(R)))) return false;
+        fill((R*)c.buf[0], n * n * C, 6);
+        fill((R*)c.buf[1], n * n * C, 7);
+        c.scal[0] = 0.75, c.scal[1] = 0.5;
+        return true;
+    }
+    static void reset(Case& c) { fill((R*)c.buf[2], (size_t)c.n * c.n * C, 8); }
+    static const R* scalar(Case& c, int i) {
+        static thread_local R v[4];
+        v[C * i] = (R)c.scal[i];
+        if (C == 2) v[2 * i + 1] = (R)-0.25;
+        return &v[C * i];
+    }
+    static void call_zva(void* f, Case& c) {
+        static const char s[2] = {SIDE, 0}, u[2] = {UPLO, 0};
+        ((zfn)f)(s, 1, u, 1, &c.n, &c.n, scalar(c, 0), (R*)c.buf[0], &c.n, (R*)c.buf[1], &c.n,
+                 scalar(c, 1), (R*)c.buf[2], &c.n);
+    }
+    static void call_peer(void* f, Case& c) {
+        static const char s[2] = {SIDE, 0}, u[2] = {UPLO, 0};
+        ((pfn)f)(s, u, &c.n, &c.n, scalar(c, 0), (R*)c.buf[0], &c.n, (R*)c.buf[1], &c.n,
+                 scalar(c, 1), (R*)c.buf[2], &c.n, 1, 1);
+    }
+    static void result(const Case& c, const void** out, size_t* nreal) {
+        *out = c.buf[2];
+        *nreal = (size_t)c.n * c.n * C;
+    }
+};
+
 // B := alpha op(A) B (side L) or alpha B op(A) (side R) on an n x n B, in
 // place; C = 2 for complex elements. A has 1 on its diagonal and the
 // filler divided by n off it, so that B keeps its size over the repeated
@@ -666,24 +705,6 @@ template <class R, char S, char U, char T, int C = 1> struct trmm {
     }
     static void result(const Case& c, const void** out, size_t* nreal) {
         *out = c.buf[1];
-    static const R* scalar(Case& c, int i) {
-        static thread_local R v[4];
-        v[C * i] = (R)c.scal[i];
-        if (C == 2) v[2 * i + 1] = (R)-0.25;
-        return &v[C * i];
-    }
-    static void call_zva(void* f, Case& c) {
-        static const char s[2] = {SIDE, 0}, u[2] = {UPLO, 0};
-        ((zfn)f)(s, 1, u, 1, &c.n, &c.n, scalar(c, 0), (R*)c.buf[0], &c.n, (R*)c.buf[1], &c.n,
-                 scalar(c, 1), (R*)c.buf[2], &c.n);
-    }
-    static void call_peer(void* f, Case& c) {
-        static const char s[2] = {SIDE, 0}, u[2] = {UPLO, 0};
-        ((pfn)f)(s, u, &c.n, &c.n, scalar(c, 0), (R*)c.buf[0], &c.n, (R*)c.buf[1], &c.n,
-                 scalar(c, 1), (R*)c.buf[2], &c.n, 1, 1);
-    }
-    static void result(const Case& c, const void** out, size_t* nreal) {
-        *out = c.buf[2];
         *nreal = (size_t)c.n * c.n * C;
     }
 };
@@ -918,6 +939,9 @@ template <bool SOLVE, int K> struct band {
     static void result(const Case& c, const void** o, size_t* nreal) {
         *o = out(c);
         *nreal = (size_t)c.n;
+    }
+};
+
 // ---- added for TRSM ----------------------------------------------------------
 // B = alpha inv(A) B (side L) or alpha B inv(A) (side R), transa N, non-unit,
 // n x n; C = 2 for complex elements.  buf: A, B.  Calls repeat on the same B
@@ -1052,7 +1076,7 @@ const int nops = sizeof ops / sizeof ops[0];
 
 // ---------------------------------------------------------------- options
 
-const int max_list = 64;  // above the number of operations
+const int max_list = 128;  // above the number of operations
 struct Options {
     int op[max_list], nop = 0;
     int size[NSHAPE][max_list], nsize[NSHAPE] = {};  // per operation class

@@ -23,18 +23,4 @@ void dispatch_bad_branch() {
     plat_terminate(1);
 }
 
-// A routine that is not built yet must never return as if it had worked.
-void dispatch_unbuilt(int point, int branch) {
-    fprintf(stderr, "zva: %s has no kernel on branch %d yet\n",
-            point_names[point], branch);
-    fflush(stderr);
-    abort();
-}
-
-void route_unbuilt(const char* routine, const char* what) {
-    fprintf(stderr, "zva: the %s of %s is not built yet\n", what, routine);
-    fflush(stderr);
-    abort();
-}
-
 }  // namespace zva

@@ -2,6 +2,8 @@
 // with six targets, one per branch.  After the first call a point costs a
 // load, a test and a jump; it never touches the caller's arguments.
 #pragma once
+#include <type_traits>
+
 #include "frame/cpu.h"
 #include "frame/routines.h"
 
@@ -18,8 +20,8 @@ static_assert(point_count == 210, "the library has 210 dispatch points");
 
 extern const char* const point_names[point_count];
 
-// What one branch offers at each point.  A null entry is a kernel not built
-// yet: reaching it stops the process with a line naming it.
+// What one branch offers at each point; the routine table names a kernel
+// for every point on every branch.
 struct kernel_table {
 #define ZVA_ROUTINE_MEMBER(N, B, R, S, K, ...) ZVA_SIG(K)* N;
 #define ZVA_INNER_MEMBER(N, S, ...) ZVA_SIG(S)* N;
@@ -28,6 +30,10 @@ struct kernel_table {
 #undef ZVA_ROUTINE_MEMBER
 #undef ZVA_INNER_MEMBER
 };
+
+// A table entry takes a function of the point's type, never a null.
+template <class F> constexpr void set_kernel(F*& slot, std::type_identity_t<F>* f) { slot = f; }
+template <class F> void set_kernel(F*&, decltype(nullptr)) = delete;
 
 // The tables of branches 2 to 7, in that order.
 extern const kernel_table* const branch_tables[6];
@@ -54,8 +60,6 @@ template <class R, class... A> struct stand_in<R(A...)> {
 };
 
 [[noreturn]] void dispatch_bad_branch();
-[[noreturn]] void dispatch_unbuilt(int point, int branch);
-[[noreturn]] void route_unbuilt(const char* routine, const char* what);
 
 template <auto Member, point_id Id, class Sig> struct dispatch_point;
 
@@ -68,7 +72,6 @@ struct dispatch_point<Member, Id, R(A...)> {
         int b = cpu_branch();
         if (b < 2 || b > 7) dispatch_bad_branch();
         fn k = branch_tables[b - 2]->*Member;
-        if (!k) dispatch_unbuilt(Id, b);
         __atomic_store_n(&kernel, k, __ATOMIC_RELAXED);
         return k;
     }

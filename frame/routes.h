@@ -20,29 +20,23 @@ template <class R, class... A> struct checker_of<R(A...)> {
     using type = int(A...);
 };
 
-// Stand-ins until a routine's driver or checker is written: they stop the
-// process with a line naming the routine.
-template <point_id Id, class Sig> struct unbuilt;
-template <point_id Id, class R, class... A> struct unbuilt<Id, R(A...)> {
-    static R driver(A...) { route_unbuilt(point_names[Id], "driver"); }
-    static int checker(A...) { route_unbuilt(point_names[Id], "argument checker"); }
-};
-
+// Each export's driver (routes DRV, CDRV) and checker (CDSP, CDRV).
 struct driver_table {
 #define ZVA_DRIVER_MEMBER(N, B, R, S, ...)                                     \
-    ZVA_SIG(S)* N = &unbuilt<pid_##N, ZVA_SIG(S)>::driver;
+    ZVA_SIG(S)* N = nullptr;
     ZVA_ROUTINES(ZVA_DRIVER_MEMBER)
 #undef ZVA_DRIVER_MEMBER
 };
 
 struct checker_table {
 #define ZVA_CHECKER_MEMBER(N, B, R, S, ...)                                    \
-    typename checker_of<ZVA_SIG(S)>::type* N = &unbuilt<pid_##N, ZVA_SIG(S)>::checker;
+    typename checker_of<ZVA_SIG(S)>::type* N = nullptr;
     ZVA_ROUTINES(ZVA_CHECKER_MEMBER)
 #undef ZVA_CHECKER_MEMBER
 };
 
-// A driver column names a driver, or not_built, which keeps the stand-in.
+// A driver column names a driver, or no_driver where the export goes to the
+// dispatch point.
 template <class F> constexpr void set_driver(F*& slot, std::type_identity_t<F>* f) { slot = f; }
 template <class F> constexpr void set_driver(F*&, decltype(nullptr)) {}
 
@@ -53,6 +47,16 @@ inline constexpr driver_table drivers = [] {
 #undef ZVA_DRIVER_ENTRY
     return t;
 }();
+
+// Every threaded route has its driver, and no other route has one.
+#define ZVA_DRIVEN_DSP false
+#define ZVA_DRIVEN_CDSP false
+#define ZVA_DRIVEN_DRV true
+#define ZVA_DRIVEN_CDRV true
+#define ZVA_DRIVER_CHECK(N, B, R, ...) \
+    static_assert((drivers.N != nullptr) == ZVA_DRIVEN_##R, #N " driver column");
+ZVA_ROUTINES(ZVA_DRIVER_CHECK)
+#undef ZVA_DRIVER_CHECK
 
 inline constexpr checker_table checkers = [] {
     checker_table t;

@@ -17,9 +17,9 @@ using zva::c64;
 //   (kernel), (driver)):
 //   kernel  what each branch runs at the main point, named as it stands in
 //           every branch namespace (declared once, in the family's
-//           kernels.h); (not_built) while the routine is not built
+//           kernels.h)
 //   driver  the threaded driver of the DRV and CDRV routes;
-//           (not_built) on the other routes or while not built
+//           (no_driver) on the other routes
 // Signatures and names come in parentheses because some hold commas.
 #define ZVA_SAME(X, N, B, R, S, K, D) X(N, B, R, S, S, K, D)
 
@@ -40,137 +40,137 @@ using zva::c64;
     ZVA_SAME(X, SDOT, 20, DRV, (zva::sig_dot<float>), (dot<float>), (dot_driver<float>))                                 \
     ZVA_SAME(X, DDOT, 20, DRV, (zva::sig_dot<double>), (dot<double>), (dot_driver<double>))                              \
     ZVA_SAME(X, CDOTC, 24, DRV, (zva::sig_cdot<c32>), (dotc<c32>), (cdotc_driver))                                       \
-    ZVA_SAME(X, ZDOTC, 24, DSP, (zva::sig_cdot<c64>), (dotc<c64>), (not_built))                                          \
-    ZVA_SAME(X, CDOTU, 24, DSP, (zva::sig_cdot<c32>), (dotu<c32>), (not_built))                                          \
-    ZVA_SAME(X, ZDOTU, 24, DSP, (zva::sig_cdot<c64>), (dotu<c64>), (not_built))                                          \
-    ZVA_SAME(X, SDSDOT, 24, DSP, (zva::sig_sdsdot), (sdsdot), (not_built))                                               \
-    ZVA_SAME(X, DSDOT, 20, DSP, (zva::sig_dsdot), (dsdot), (not_built))                                                  \
-    ZVA_SAME(X, SSCAL, 16, DSP, (zva::sig_scal<float, float>), (scal<float, float>), (not_built))                        \
-    ZVA_SAME(X, DSCAL, 16, DSP, (zva::sig_scal<double, double>), (scal<double, double>), (not_built))                    \
-    ZVA_SAME(X, CSCAL, 16, DSP, (zva::sig_scal<c32, c32>), (scal<c32, c32>), (not_built))                                \
-    ZVA_SAME(X, ZSCAL, 16, DSP, (zva::sig_scal<c64, c64>), (scal<c64, c64>), (not_built))                                \
-    ZVA_SAME(X, CSSCAL, 16, DSP, (zva::sig_scal<c32, float>), (scal<c32, float>), (not_built))                           \
-    ZVA_SAME(X, ZDSCAL, 16, DSP, (zva::sig_scal<c64, double>), (scal<c64, double>), (not_built))                         \
-    ZVA_SAME(X, SASUM, 12, DSP, (zva::sig_asum<float>), (asum<float>), (not_built))                                      \
-    ZVA_SAME(X, DASUM, 12, DSP, (zva::sig_asum<double>), (asum<double>), (not_built))                                    \
-    ZVA_SAME(X, SCASUM, 12, DSP, (zva::sig_asum<c32>), (asum<c32>), (not_built))                                         \
-    ZVA_SAME(X, DZASUM, 12, DSP, (zva::sig_asum<c64>), (asum<c64>), (not_built))                                         \
-    ZVA_SAME(X, SNRM2, 12, DSP, (zva::sig_asum<float>), (nrm2<float>), (not_built))                                      \
-    ZVA_SAME(X, DNRM2, 12, DSP, (zva::sig_asum<double>), (nrm2<double>), (not_built))                                    \
-    ZVA_SAME(X, SCNRM2, 12, DSP, (zva::sig_asum<c32>), (nrm2<c32>), (not_built))                                         \
-    ZVA_SAME(X, DZNRM2, 12, DSP, (zva::sig_asum<c64>), (nrm2<c64>), (not_built))                                         \
-    ZVA_SAME(X, ISAMAX, 12, DSP, (zva::sig_iamax<float>), (iamax<float>), (not_built))                                   \
-    ZVA_SAME(X, IDAMAX, 12, DSP, (zva::sig_iamax<double>), (iamax<double>), (not_built))                                 \
-    ZVA_SAME(X, ICAMAX, 12, DSP, (zva::sig_iamax<c32>), (iamax<c32>), (not_built))                                       \
-    ZVA_SAME(X, IZAMAX, 12, DSP, (zva::sig_iamax<c64>), (iamax<c64>), (not_built))                                       \
-    ZVA_SAME(X, ISAMIN, 12, DSP, (zva::sig_iamax<float>), (iamin<float>), (not_built))                                   \
-    ZVA_SAME(X, IDAMIN, 12, DSP, (zva::sig_iamax<double>), (iamin<double>), (not_built))                                 \
-    ZVA_SAME(X, ICAMIN, 12, DSP, (zva::sig_iamax<c32>), (iamin<c32>), (not_built))                                       \
-    ZVA_SAME(X, IZAMIN, 12, DSP, (zva::sig_iamax<c64>), (iamin<c64>), (not_built))                                       \
+    ZVA_SAME(X, ZDOTC, 24, DSP, (zva::sig_cdot<c64>), (dotc<c64>), (no_driver))                                         \
+    ZVA_SAME(X, CDOTU, 24, DSP, (zva::sig_cdot<c32>), (dotu<c32>), (no_driver))                                         \
+    ZVA_SAME(X, ZDOTU, 24, DSP, (zva::sig_cdot<c64>), (dotu<c64>), (no_driver))                                         \
+    ZVA_SAME(X, SDSDOT, 24, DSP, (zva::sig_sdsdot), (sdsdot), (no_driver))                                              \
+    ZVA_SAME(X, DSDOT, 20, DSP, (zva::sig_dsdot), (dsdot), (no_driver))                                                 \
+    ZVA_SAME(X, SSCAL, 16, DSP, (zva::sig_scal<float, float>), (scal<float, float>), (no_driver))                       \
+    ZVA_SAME(X, DSCAL, 16, DSP, (zva::sig_scal<double, double>), (scal<double, double>), (no_driver))                   \
+    ZVA_SAME(X, CSCAL, 16, DSP, (zva::sig_scal<c32, c32>), (scal<c32, c32>), (no_driver))                               \
+    ZVA_SAME(X, ZSCAL, 16, DSP, (zva::sig_scal<c64, c64>), (scal<c64, c64>), (no_driver))                               \
+    ZVA_SAME(X, CSSCAL, 16, DSP, (zva::sig_scal<c32, float>), (scal<c32, float>), (no_driver))                          \
+    ZVA_SAME(X, ZDSCAL, 16, DSP, (zva::sig_scal<c64, double>), (scal<c64, double>), (no_driver))                        \
+    ZVA_SAME(X, SASUM, 12, DSP, (zva::sig_asum<float>), (asum<float>), (no_driver))                                     \
+    ZVA_SAME(X, DASUM, 12, DSP, (zva::sig_asum<double>), (asum<double>), (no_driver))                                   \
+    ZVA_SAME(X, SCASUM, 12, DSP, (zva::sig_asum<c32>), (asum<c32>), (no_driver))                                        \
+    ZVA_SAME(X, DZASUM, 12, DSP, (zva::sig_asum<c64>), (asum<c64>), (no_driver))                                        \
+    ZVA_SAME(X, SNRM2, 12, DSP, (zva::sig_asum<float>), (nrm2<float>), (no_driver))                                     \
+    ZVA_SAME(X, DNRM2, 12, DSP, (zva::sig_asum<double>), (nrm2<double>), (no_driver))                                   \
+    ZVA_SAME(X, SCNRM2, 12, DSP, (zva::sig_asum<c32>), (nrm2<c32>), (no_driver))                                        \
+    ZVA_SAME(X, DZNRM2, 12, DSP, (zva::sig_asum<c64>), (nrm2<c64>), (no_driver))                                        \
+    ZVA_SAME(X, ISAMAX, 12, DSP, (zva::sig_iamax<float>), (iamax<float>), (no_driver))                                  \
+    ZVA_SAME(X, IDAMAX, 12, DSP, (zva::sig_iamax<double>), (iamax<double>), (no_driver))                                \
+    ZVA_SAME(X, ICAMAX, 12, DSP, (zva::sig_iamax<c32>), (iamax<c32>), (no_driver))                                      \
+    ZVA_SAME(X, IZAMAX, 12, DSP, (zva::sig_iamax<c64>), (iamax<c64>), (no_driver))                                      \
+    ZVA_SAME(X, ISAMIN, 12, DSP, (zva::sig_iamax<float>), (iamin<float>), (no_driver))                                  \
+    ZVA_SAME(X, IDAMIN, 12, DSP, (zva::sig_iamax<double>), (iamin<double>), (no_driver))                                \
+    ZVA_SAME(X, ICAMIN, 12, DSP, (zva::sig_iamax<c32>), (iamin<c32>), (no_driver))                                      \
+    ZVA_SAME(X, IZAMIN, 12, DSP, (zva::sig_iamax<c64>), (iamin<c64>), (no_driver))                                      \
     ZVA_SAME(X, SROT, 28, DRV, (zva::sig_rot<float, float>), (rot<float, float>), (rot_driver<float>))                   \
     ZVA_SAME(X, DROT, 28, DRV, (zva::sig_rot<double, double>), (rot<double, double>), (rot_driver<double>))              \
-    ZVA_SAME(X, CSROT, 28, DSP, (zva::sig_rot<c32, float>), (rot<c32, float>), (not_built))                              \
-    ZVA_SAME(X, ZDROT, 28, DSP, (zva::sig_rot<c64, double>), (rot<c64, double>), (not_built))                            \
-    ZVA_SAME(X, SROTG, 16, DSP, (zva::sig_rotg<float>), (rotg<float>), (not_built))                                      \
-    ZVA_SAME(X, DROTG, 16, DSP, (zva::sig_rotg<double>), (rotg<double>), (not_built))                                    \
-    ZVA_SAME(X, CROTG, 16, DSP, (zva::sig_rotg<c32>), (rotg<c32>), (not_built))                                          \
-    ZVA_SAME(X, ZROTG, 16, DSP, (zva::sig_rotg<c64>), (rotg<c64>), (not_built))                                          \
-    ZVA_SAME(X, SROTM, 24, DSP, (zva::sig_rotm<float>), (rotm<float>), (not_built))                                      \
-    ZVA_SAME(X, DROTM, 24, DSP, (zva::sig_rotm<double>), (rotm<double>), (not_built))                                    \
-    ZVA_SAME(X, SROTMG, 20, DSP, (zva::sig_rotmg<float>), (rotmg<float>), (not_built))                                   \
-    ZVA_SAME(X, DROTMG, 20, DSP, (zva::sig_rotmg<double>), (rotmg<double>), (not_built))                                 \
+    ZVA_SAME(X, CSROT, 28, DSP, (zva::sig_rot<c32, float>), (rot<c32, float>), (no_driver))                             \
+    ZVA_SAME(X, ZDROT, 28, DSP, (zva::sig_rot<c64, double>), (rot<c64, double>), (no_driver))                           \
+    ZVA_SAME(X, SROTG, 16, DSP, (zva::sig_rotg<float>), (rotg<float>), (no_driver))                                     \
+    ZVA_SAME(X, DROTG, 16, DSP, (zva::sig_rotg<double>), (rotg<double>), (no_driver))                                   \
+    ZVA_SAME(X, CROTG, 16, DSP, (zva::sig_rotg<c32>), (rotg<c32>), (no_driver))                                         \
+    ZVA_SAME(X, ZROTG, 16, DSP, (zva::sig_rotg<c64>), (rotg<c64>), (no_driver))                                         \
+    ZVA_SAME(X, SROTM, 24, DSP, (zva::sig_rotm<float>), (rotm<float>), (no_driver))                                     \
+    ZVA_SAME(X, DROTM, 24, DSP, (zva::sig_rotm<double>), (rotm<double>), (no_driver))                                   \
+    ZVA_SAME(X, SROTMG, 20, DSP, (zva::sig_rotmg<float>), (rotmg<float>), (no_driver))                                  \
+    ZVA_SAME(X, DROTMG, 20, DSP, (zva::sig_rotmg<double>), (rotmg<double>), (no_driver))                                \
     /* sparse level 1 */                                                                                                 \
-    ZVA_SAME(X, SAXPYI, 20, DSP, (zva::sig_axpyi<float>), (axpyi<float>), (not_built))                                   \
-    ZVA_SAME(X, DAXPYI, 20, DSP, (zva::sig_axpyi<double>), (axpyi<double>), (not_built))                                 \
-    ZVA_SAME(X, CAXPYI, 20, DSP, (zva::sig_axpyi<c32>), (axpyi<c32>), (not_built))                                       \
-    ZVA_SAME(X, ZAXPYI, 20, DSP, (zva::sig_axpyi<c64>), (axpyi<c64>), (not_built))                                       \
-    ZVA_SAME(X, SDOTI, 16, DSP, (zva::sig_doti<float>), (doti<float>), (not_built))                                      \
-    ZVA_SAME(X, DDOTI, 16, DSP, (zva::sig_doti<double>), (doti<double>), (not_built))                                    \
-    ZVA_SAME(X, CDOTCI, 20, DSP, (zva::sig_cdoti<c32>), (cdoti<c32, true>), (not_built))                                 \
-    ZVA_SAME(X, ZDOTCI, 20, DSP, (zva::sig_cdoti<c64>), (cdoti<c64, true>), (not_built))                                 \
-    ZVA_SAME(X, CDOTUI, 20, DSP, (zva::sig_cdoti<c32>), (cdoti<c32, false>), (not_built))                                \
-    ZVA_SAME(X, ZDOTUI, 20, DSP, (zva::sig_cdoti<c64>), (cdoti<c64, false>), (not_built))                                \
-    ZVA_SAME(X, SGTHR, 16, DSP, (zva::sig_gthr<float>), (gthr<float>), (not_built))                                      \
-    ZVA_SAME(X, DGTHR, 16, DSP, (zva::sig_gthr<double>), (gthr<double>), (not_built))                                    \
-    ZVA_SAME(X, CGTHR, 16, DSP, (zva::sig_gthr<c32>), (gthr<c32>), (not_built))                                          \
-    ZVA_SAME(X, ZGTHR, 16, DSP, (zva::sig_gthr<c64>), (gthr<c64>), (not_built))                                          \
-    ZVA_SAME(X, SGTHRZ, 16, DSP, (zva::sig_gthrz<float>), (gthrz<float>), (not_built))                                   \
-    ZVA_SAME(X, DGTHRZ, 16, DSP, (zva::sig_gthrz<double>), (gthrz<double>), (not_built))                                 \
-    ZVA_SAME(X, CGTHRZ, 16, DSP, (zva::sig_gthrz<c32>), (gthrz<c32>), (not_built))                                       \
-    ZVA_SAME(X, ZGTHRZ, 16, DSP, (zva::sig_gthrz<c64>), (gthrz<c64>), (not_built))                                       \
-    ZVA_SAME(X, SSCTR, 16, DSP, (zva::sig_sctr<float>), (sctr<float>), (not_built))                                      \
-    ZVA_SAME(X, DSCTR, 16, DSP, (zva::sig_sctr<double>), (sctr<double>), (not_built))                                    \
-    ZVA_SAME(X, CSCTR, 16, DSP, (zva::sig_sctr<c32>), (sctr<c32>), (not_built))                                          \
-    ZVA_SAME(X, ZSCTR, 16, DSP, (zva::sig_sctr<c64>), (sctr<c64>), (not_built))                                          \
-    ZVA_SAME(X, SROTI, 24, DSP, (zva::sig_roti<float>), (roti<float>), (not_built))                                      \
-    ZVA_SAME(X, DROTI, 24, DSP, (zva::sig_roti<double>), (roti<double>), (not_built))                                    \
+    ZVA_SAME(X, SAXPYI, 20, DSP, (zva::sig_axpyi<float>), (axpyi<float>), (no_driver))                                  \
+    ZVA_SAME(X, DAXPYI, 20, DSP, (zva::sig_axpyi<double>), (axpyi<double>), (no_driver))                                \
+    ZVA_SAME(X, CAXPYI, 20, DSP, (zva::sig_axpyi<c32>), (axpyi<c32>), (no_driver))                                      \
+    ZVA_SAME(X, ZAXPYI, 20, DSP, (zva::sig_axpyi<c64>), (axpyi<c64>), (no_driver))                                      \
+    ZVA_SAME(X, SDOTI, 16, DSP, (zva::sig_doti<float>), (doti<float>), (no_driver))                                     \
+    ZVA_SAME(X, DDOTI, 16, DSP, (zva::sig_doti<double>), (doti<double>), (no_driver))                                   \
+    ZVA_SAME(X, CDOTCI, 20, DSP, (zva::sig_cdoti<c32>), (cdoti<c32, true>), (no_driver))                                \
+    ZVA_SAME(X, ZDOTCI, 20, DSP, (zva::sig_cdoti<c64>), (cdoti<c64, true>), (no_driver))                                \
+    ZVA_SAME(X, CDOTUI, 20, DSP, (zva::sig_cdoti<c32>), (cdoti<c32, false>), (no_driver))                               \
+    ZVA_SAME(X, ZDOTUI, 20, DSP, (zva::sig_cdoti<c64>), (cdoti<c64, false>), (no_driver))                               \
+    ZVA_SAME(X, SGTHR, 16, DSP, (zva::sig_gthr<float>), (gthr<float>), (no_driver))                                     \
+    ZVA_SAME(X, DGTHR, 16, DSP, (zva::sig_gthr<double>), (gthr<double>), (no_driver))                                   \
+    ZVA_SAME(X, CGTHR, 16, DSP, (zva::sig_gthr<c32>), (gthr<c32>), (no_driver))                                         \
+    ZVA_SAME(X, ZGTHR, 16, DSP, (zva::sig_gthr<c64>), (gthr<c64>), (no_driver))                                         \
+    ZVA_SAME(X, SGTHRZ, 16, DSP, (zva::sig_gthrz<float>), (gthrz<float>), (no_driver))                                  \
+    ZVA_SAME(X, DGTHRZ, 16, DSP, (zva::sig_gthrz<double>), (gthrz<double>), (no_driver))                                \
+    ZVA_SAME(X, CGTHRZ, 16, DSP, (zva::sig_gthrz<c32>), (gthrz<c32>), (no_driver))                                      \
+    ZVA_SAME(X, ZGTHRZ, 16, DSP, (zva::sig_gthrz<c64>), (gthrz<c64>), (no_driver))                                      \
+    ZVA_SAME(X, SSCTR, 16, DSP, (zva::sig_sctr<float>), (sctr<float>), (no_driver))                                     \
+    ZVA_SAME(X, DSCTR, 16, DSP, (zva::sig_sctr<double>), (sctr<double>), (no_driver))                                   \
+    ZVA_SAME(X, CSCTR, 16, DSP, (zva::sig_sctr<c32>), (sctr<c32>), (no_driver))                                         \
+    ZVA_SAME(X, ZSCTR, 16, DSP, (zva::sig_sctr<c64>), (sctr<c64>), (no_driver))                                         \
+    ZVA_SAME(X, SROTI, 24, DSP, (zva::sig_roti<float>), (roti<float>), (no_driver))                                     \
+    ZVA_SAME(X, DROTI, 24, DSP, (zva::sig_roti<double>), (roti<double>), (no_driver))                                   \
     /* level 2 */                                                                                                        \
     X(SGEMV, 48, CDRV, (zva::sig_gemv<float>), (zva::sig_gemv_k<float>), (gemv<float>), (gemv_driver<float>))            \
     X(DGEMV, 48, CDRV, (zva::sig_gemv<double>), (zva::sig_gemv_k<double>), (gemv<double>), (gemv_driver<double>))        \
     X(CGEMV, 48, CDRV, (zva::sig_gemv<c32>), (zva::sig_gemv_k<c32>), (gemv<c32>), (gemv_driver<c32>))                    \
     X(ZGEMV, 48, CDRV, (zva::sig_gemv<c64>), (zva::sig_gemv_k<c64>), (gemv<c64>), (gemv_driver<c64>))                    \
-    ZVA_SAME(X, SGBMV, 56, CDSP, (zva::sig_gbmv<float>), (gbmv<float>), (not_built))                                     \
-    ZVA_SAME(X, DGBMV, 56, CDSP, (zva::sig_gbmv<double>), (gbmv<double>), (not_built))                                   \
-    ZVA_SAME(X, CGBMV, 56, CDSP, (zva::sig_gbmv<c32>), (gbmv<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZGBMV, 56, CDSP, (zva::sig_gbmv<c64>), (gbmv<c64>), (not_built))                                         \
+    ZVA_SAME(X, SGBMV, 56, CDSP, (zva::sig_gbmv<float>), (gbmv<float>), (no_driver))                                    \
+    ZVA_SAME(X, DGBMV, 56, CDSP, (zva::sig_gbmv<double>), (gbmv<double>), (no_driver))                                  \
+    ZVA_SAME(X, CGBMV, 56, CDSP, (zva::sig_gbmv<c32>), (gbmv<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZGBMV, 56, CDSP, (zva::sig_gbmv<c64>), (gbmv<c64>), (no_driver))                                        \
     ZVA_SAME(X, SSYMV, 44, CDRV, (zva::sig_symv<float>), (symv<float>), (symv_driver<float>))                            \
     ZVA_SAME(X, DSYMV, 44, CDRV, (zva::sig_symv<double>), (symv<double>), (symv_driver<double>))                         \
-    ZVA_SAME(X, CHEMV, 44, CDSP, (zva::sig_symv<c32>), (hemv<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZHEMV, 44, CDSP, (zva::sig_symv<c64>), (hemv<c64>), (not_built))                                         \
-    ZVA_SAME(X, SSBMV, 48, CDSP, (zva::sig_sbmv<float>), (sbmv<float>), (not_built))                                     \
-    ZVA_SAME(X, DSBMV, 48, CDSP, (zva::sig_sbmv<double>), (sbmv<double>), (not_built))                                   \
-    ZVA_SAME(X, CHBMV, 48, CDSP, (zva::sig_sbmv<c32>), (sbmv<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZHBMV, 48, CDSP, (zva::sig_sbmv<c64>), (sbmv<c64>), (not_built))                                         \
-    ZVA_SAME(X, SSPMV, 40, CDSP, (zva::sig_spmv<float>), (spmv<float>), (not_built))                                     \
-    ZVA_SAME(X, DSPMV, 40, CDSP, (zva::sig_spmv<double>), (spmv<double>), (not_built))                                   \
-    ZVA_SAME(X, CHPMV, 40, CDSP, (zva::sig_spmv<c32>), (spmv<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZHPMV, 40, CDSP, (zva::sig_spmv<c64>), (spmv<c64>), (not_built))                                         \
+    ZVA_SAME(X, CHEMV, 44, CDSP, (zva::sig_symv<c32>), (hemv<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZHEMV, 44, CDSP, (zva::sig_symv<c64>), (hemv<c64>), (no_driver))                                        \
+    ZVA_SAME(X, SSBMV, 48, CDSP, (zva::sig_sbmv<float>), (sbmv<float>), (no_driver))                                    \
+    ZVA_SAME(X, DSBMV, 48, CDSP, (zva::sig_sbmv<double>), (sbmv<double>), (no_driver))                                  \
+    ZVA_SAME(X, CHBMV, 48, CDSP, (zva::sig_sbmv<c32>), (sbmv<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZHBMV, 48, CDSP, (zva::sig_sbmv<c64>), (sbmv<c64>), (no_driver))                                        \
+    ZVA_SAME(X, SSPMV, 40, CDSP, (zva::sig_spmv<float>), (spmv<float>), (no_driver))                                    \
+    ZVA_SAME(X, DSPMV, 40, CDSP, (zva::sig_spmv<double>), (spmv<double>), (no_driver))                                  \
+    ZVA_SAME(X, CHPMV, 40, CDSP, (zva::sig_spmv<c32>), (spmv<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZHPMV, 40, CDSP, (zva::sig_spmv<c64>), (spmv<c64>), (no_driver))                                        \
     ZVA_SAME(X, STRMV, 44, CDRV, (zva::sig_trmv<float>), (trmv<float>), (trmv_driver<float>))                           \
     ZVA_SAME(X, DTRMV, 44, CDRV, (zva::sig_trmv<double>), (trmv<double>), (trmv_driver<double>))                        \
     ZVA_SAME(X, CTRMV, 44, CDRV, (zva::sig_trmv<c32>), (trmv<c32>), (trmv_driver<c32>))                                 \
     ZVA_SAME(X, ZTRMV, 44, CDRV, (zva::sig_trmv<c64>), (trmv<c64>), (trmv_driver<c64>))                                 \
-    ZVA_SAME(X, STBMV, 48, CDSP, (zva::sig_tbmv<float>), (tbmv<float>), (not_built))                                     \
-    ZVA_SAME(X, DTBMV, 48, CDSP, (zva::sig_tbmv<double>), (tbmv<double>), (not_built))                                   \
-    ZVA_SAME(X, CTBMV, 48, CDSP, (zva::sig_tbmv<c32>), (tbmv<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZTBMV, 48, CDSP, (zva::sig_tbmv<c64>), (tbmv<c64>), (not_built))                                         \
-    ZVA_SAME(X, STBSV, 48, CDSP, (zva::sig_tbmv<float>), (tbsv<float>), (not_built))                                     \
-    ZVA_SAME(X, DTBSV, 48, CDSP, (zva::sig_tbmv<double>), (tbsv<double>), (not_built))                                   \
-    ZVA_SAME(X, CTBSV, 48, CDSP, (zva::sig_tbmv<c32>), (tbsv<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZTBSV, 48, CDSP, (zva::sig_tbmv<c64>), (tbsv<c64>), (not_built))                                         \
-    ZVA_SAME(X, STPMV, 40, CDSP, (zva::sig_tpmv<float>), (tpmv<float>), (not_built))                                     \
-    ZVA_SAME(X, DTPMV, 40, CDSP, (zva::sig_tpmv<double>), (tpmv<double>), (not_built))                                   \
-    ZVA_SAME(X, CTPMV, 40, CDSP, (zva::sig_tpmv<c32>), (tpmv<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZTPMV, 40, CDSP, (zva::sig_tpmv<c64>), (tpmv<c64>), (not_built))                                         \
-    ZVA_SAME(X, STPSV, 40, CDSP, (zva::sig_tpmv<float>), (tpsv<float>), (not_built))                                     \
-    ZVA_SAME(X, DTPSV, 40, CDSP, (zva::sig_tpmv<double>), (tpsv<double>), (not_built))                                   \
-    ZVA_SAME(X, CTPSV, 40, CDSP, (zva::sig_tpmv<c32>), (tpsv<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZTPSV, 40, CDSP, (zva::sig_tpmv<c64>), (tpsv<c64>), (not_built))                                         \
-    ZVA_SAME(X, STRSV, 44, CDSP, (zva::sig_trmv<float>), (trsv<float>), (not_built))                                    \
+    ZVA_SAME(X, STBMV, 48, CDSP, (zva::sig_tbmv<float>), (tbmv<float>), (no_driver))                                    \
+    ZVA_SAME(X, DTBMV, 48, CDSP, (zva::sig_tbmv<double>), (tbmv<double>), (no_driver))                                  \
+    ZVA_SAME(X, CTBMV, 48, CDSP, (zva::sig_tbmv<c32>), (tbmv<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZTBMV, 48, CDSP, (zva::sig_tbmv<c64>), (tbmv<c64>), (no_driver))                                        \
+    ZVA_SAME(X, STBSV, 48, CDSP, (zva::sig_tbmv<float>), (tbsv<float>), (no_driver))                                    \
+    ZVA_SAME(X, DTBSV, 48, CDSP, (zva::sig_tbmv<double>), (tbsv<double>), (no_driver))                                  \
+    ZVA_SAME(X, CTBSV, 48, CDSP, (zva::sig_tbmv<c32>), (tbsv<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZTBSV, 48, CDSP, (zva::sig_tbmv<c64>), (tbsv<c64>), (no_driver))                                        \
+    ZVA_SAME(X, STPMV, 40, CDSP, (zva::sig_tpmv<float>), (tpmv<float>), (no_driver))                                    \
+    ZVA_SAME(X, DTPMV, 40, CDSP, (zva::sig_tpmv<double>), (tpmv<double>), (no_driver))                                  \
+    ZVA_SAME(X, CTPMV, 40, CDSP, (zva::sig_tpmv<c32>), (tpmv<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZTPMV, 40, CDSP, (zva::sig_tpmv<c64>), (tpmv<c64>), (no_driver))                                        \
+    ZVA_SAME(X, STPSV, 40, CDSP, (zva::sig_tpmv<float>), (tpsv<float>), (no_driver))                                    \
+    ZVA_SAME(X, DTPSV, 40, CDSP, (zva::sig_tpmv<double>), (tpsv<double>), (no_driver))                                  \
+    ZVA_SAME(X, CTPSV, 40, CDSP, (zva::sig_tpmv<c32>), (tpsv<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZTPSV, 40, CDSP, (zva::sig_tpmv<c64>), (tpsv<c64>), (no_driver))                                        \
+    ZVA_SAME(X, STRSV, 44, CDSP, (zva::sig_trmv<float>), (trsv<float>), (no_driver))                                   \
     ZVA_SAME(X, DTRSV, 44, CDRV, (zva::sig_trmv<double>), (trsv<double>), (dtrsv_driver))                               \
-    ZVA_SAME(X, CTRSV, 44, CDSP, (zva::sig_trmv<c32>), (trsv<c32>), (not_built))                                        \
-    ZVA_SAME(X, ZTRSV, 44, CDSP, (zva::sig_trmv<c64>), (trsv<c64>), (not_built))                                        \
-    ZVA_SAME(X, SGER, 36, CDSP, (zva::sig_ger<float>), (ger<float, false>), (not_built))                                \
-    ZVA_SAME(X, DGER, 36, CDSP, (zva::sig_ger<double>), (ger<double, false>), (not_built))                              \
-    ZVA_SAME(X, CGERU, 36, CDSP, (zva::sig_ger<c32>), (ger<c32, false>), (not_built))                                   \
-    ZVA_SAME(X, ZGERU, 36, CDSP, (zva::sig_ger<c64>), (ger<c64, false>), (not_built))                                   \
-    ZVA_SAME(X, CGERC, 36, CDSP, (zva::sig_ger<c32>), (ger<c32, true>), (not_built))                                    \
-    ZVA_SAME(X, ZGERC, 36, CDSP, (zva::sig_ger<c64>), (ger<c64, true>), (not_built))                                    \
+    ZVA_SAME(X, CTRSV, 44, CDSP, (zva::sig_trmv<c32>), (trsv<c32>), (no_driver))                                       \
+    ZVA_SAME(X, ZTRSV, 44, CDSP, (zva::sig_trmv<c64>), (trsv<c64>), (no_driver))                                       \
+    ZVA_SAME(X, SGER, 36, CDSP, (zva::sig_ger<float>), (ger<float, false>), (no_driver))                               \
+    ZVA_SAME(X, DGER, 36, CDSP, (zva::sig_ger<double>), (ger<double, false>), (no_driver))                             \
+    ZVA_SAME(X, CGERU, 36, CDSP, (zva::sig_ger<c32>), (ger<c32, false>), (no_driver))                                  \
+    ZVA_SAME(X, ZGERU, 36, CDSP, (zva::sig_ger<c64>), (ger<c64, false>), (no_driver))                                  \
+    ZVA_SAME(X, CGERC, 36, CDSP, (zva::sig_ger<c32>), (ger<c32, true>), (no_driver))                                   \
+    ZVA_SAME(X, ZGERC, 36, CDSP, (zva::sig_ger<c64>), (ger<c64, true>), (no_driver))                                   \
     ZVA_SAME(X, SSYR, 32, CDRV, (zva::sig_syr<float, float>), (syr<float, float>), (syr_driver<float>))                  \
     ZVA_SAME(X, DSYR, 32, CDRV, (zva::sig_syr<double, double>), (syr<double, double>), (syr_driver<double>))             \
-    ZVA_SAME(X, CHER, 32, CDSP, (zva::sig_syr<c32, float>), (her<c32, float>), (not_built))                              \
-    ZVA_SAME(X, ZHER, 32, CDSP, (zva::sig_syr<c64, double>), (her<c64, double>), (not_built))                            \
+    ZVA_SAME(X, CHER, 32, CDSP, (zva::sig_syr<c32, float>), (her<c32, float>), (no_driver))                             \
+    ZVA_SAME(X, ZHER, 32, CDSP, (zva::sig_syr<c64, double>), (her<c64, double>), (no_driver))                           \
     ZVA_SAME(X, SSYR2, 40, CDRV, (zva::sig_syr2<float>), (syr2<float>), (syr2_driver<float>))                            \
     ZVA_SAME(X, DSYR2, 40, CDRV, (zva::sig_syr2<double>), (syr2<double>), (syr2_driver<double>))                         \
-    ZVA_SAME(X, CHER2, 40, CDSP, (zva::sig_syr2<c32>), (her2<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZHER2, 40, CDSP, (zva::sig_syr2<c64>), (her2<c64>), (not_built))                                         \
-    ZVA_SAME(X, SSPR, 28, CDSP, (zva::sig_spr<float, float>), (spr<float, float>), (not_built))                          \
-    ZVA_SAME(X, DSPR, 28, CDSP, (zva::sig_spr<double, double>), (spr<double, double>), (not_built))                      \
-    ZVA_SAME(X, CHPR, 28, CDSP, (zva::sig_spr<c32, float>), (spr<c32, float>), (not_built))                              \
-    ZVA_SAME(X, ZHPR, 28, CDSP, (zva::sig_spr<c64, double>), (spr<c64, double>), (not_built))                            \
-    ZVA_SAME(X, SSPR2, 36, CDSP, (zva::sig_spr2<float>), (spr2<float>), (not_built))                                     \
-    ZVA_SAME(X, DSPR2, 36, CDSP, (zva::sig_spr2<double>), (spr2<double>), (not_built))                                   \
-    ZVA_SAME(X, CHPR2, 36, CDSP, (zva::sig_spr2<c32>), (spr2<c32>), (not_built))                                         \
-    ZVA_SAME(X, ZHPR2, 36, CDSP, (zva::sig_spr2<c64>), (spr2<c64>), (not_built))                                         \
+    ZVA_SAME(X, CHER2, 40, CDSP, (zva::sig_syr2<c32>), (her2<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZHER2, 40, CDSP, (zva::sig_syr2<c64>), (her2<c64>), (no_driver))                                        \
+    ZVA_SAME(X, SSPR, 28, CDSP, (zva::sig_spr<float, float>), (spr<float, float>), (no_driver))                         \
+    ZVA_SAME(X, DSPR, 28, CDSP, (zva::sig_spr<double, double>), (spr<double, double>), (no_driver))                     \
+    ZVA_SAME(X, CHPR, 28, CDSP, (zva::sig_spr<c32, float>), (spr<c32, float>), (no_driver))                             \
+    ZVA_SAME(X, ZHPR, 28, CDSP, (zva::sig_spr<c64, double>), (spr<c64, double>), (no_driver))                           \
+    ZVA_SAME(X, SSPR2, 36, CDSP, (zva::sig_spr2<float>), (spr2<float>), (no_driver))                                    \
+    ZVA_SAME(X, DSPR2, 36, CDSP, (zva::sig_spr2<double>), (spr2<double>), (no_driver))                                  \
+    ZVA_SAME(X, CHPR2, 36, CDSP, (zva::sig_spr2<c32>), (spr2<c32>), (no_driver))                                        \
+    ZVA_SAME(X, ZHPR2, 36, CDSP, (zva::sig_spr2<c64>), (spr2<c64>), (no_driver))                                        \
     /* level 3 */                                                                                                        \
     X(SGEMM, 60, CDRV, (zva::sig_gemm<float>), (zva::sig_gemm_serial<float>), (sgemm_serial), (gemm_threaded<float>))    \
     X(DGEMM, 60, CDRV, (zva::sig_gemm<double>), (zva::sig_gemm_serial<double>), (dgemm_serial), (gemm_threaded<double>)) \
@@ -214,9 +214,9 @@ using zva::c64;
     X(dsyr_region, (zva::sig_syr_region<double>), (syr_region<double>))       \
     X(ssyr2_region, (zva::sig_syr2_region<float>), (syr2_region<float>))      \
     X(dsyr2_region, (zva::sig_syr2_region<double>), (syr2_region<double>))    \
-    X(ztrmv_region, (zva::sig_trmv_region<c64>), (trmv_region<c64>))          \
-    X(ztrmv_region, (zva::sig_trmv_region<c64>), (trmv_region<c64>))          \
-    X(ztrmv_region, (zva::sig_trmv_region<c64>), (trmv_region<c64>))          \
+    X(strmv_region, (zva::sig_trmv_region<float>), (trmv_region<float>))        \
+    X(dtrmv_region, (zva::sig_trmv_region<double>), (trmv_region<double>))       \
+    X(ctrmv_region, (zva::sig_trmv_region<c32>), (trmv_region<c32>))          \
     X(ztrmv_region, (zva::sig_trmv_region<c64>), (trmv_region<c64>))          \
     ZVA_CTX_POINTS(X, s, float)                                               \
     ZVA_CTX_POINTS(X, d, double)                                              \

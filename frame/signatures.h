@@ -93,8 +93,8 @@ template <class F> struct unparen<void(F*)> { using type = F; };
 #define ZVA_UNPAREN(...) __VA_ARGS__
 
 namespace zva {
-// The kernel or driver column of a routine that is not built yet.
-inline constexpr decltype(nullptr) not_built = nullptr;
+// The driver column of a routine whose export goes to its dispatch point.
+inline constexpr decltype(nullptr) no_driver = nullptr;
 
 // One of four values by element type, in the order S, D, C, Z: the dispatch
 // point a driver template runs for its type, say.

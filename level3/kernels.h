@@ -4,8 +4,6 @@
 #include "frame/signatures.h"
 
 ZVA_IN_EVERY_BRANCH(
-    // one block of declarations per family
-
     // SYRK and HERK (real alpha and beta make it HERK), SYR2K and HER2K (a
     // real beta makes it HER2K): the serial kernels of level3/syrk.
     template <class T, class A> sig_syrk<T, A> syrk;
@@ -15,8 +13,7 @@ ZVA_IN_EVERY_BRANCH(
     // SYMM, HEMM: side, uplo, m, n, alpha, a, lda, b, ldb, beta, c, ldc and
     // the two hidden lengths, as the driver hands them on.
     template <class T> sig_symm<T> symm;
-    template <class T> sig_symm<T> hemm;
-)
+    template <class T> sig_symm<T> hemm;)
 
 // TRSM (level3/trsm/): B := alpha*inv(op(A))*B or alpha*B*inv(op(A)), with
 // the export's argument list; serial, m or n may be 0.

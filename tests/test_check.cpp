@@ -257,39 +257,3 @@ TEST(Check, ShortNamesArePadded) {
     c.spoil(0);
     EXPECT_EQ(run(c), "\nZVA ERROR: Parameter 1 was incorrect on entry to CHER  .\n");
 }
-
-// Routines of a route whose kernel column still says not_built, in table
-// order.
-std::vector<std::string> unbuilt(const char* route) {
-    std::vector<std::string> out;
-#define ZVA_UNBUILT_ROW(N, B, R, S, K, KERNEL, ...)                            \
-    if (strcmp(#R, route) == 0 && strcmp(#KERNEL, "(not_built)") == 0) out.push_back(#N);
-    ZVA_ROUTINES(ZVA_UNBUILT_ROW)
-#undef ZVA_UNBUILT_ROW
-    return out;
-}
-
-// A valid call of a routine without kernels passes the checker and then
-// stops loudly, never returning as if it had worked: the first such routine
-// behind a driver and the first behind a dispatch point.
-TEST(CheckDeathTest, ValidCallsReachTheRoutine) {
-    for (const char* r : {"SSYMM", "SGER"}) {
-    std::vector<std::string> picks;
-    for (const char* route : {"CDRV", "CDSP"}) {
-        const std::vector<std::string> u = unbuilt(route);
-        if (!u.empty()) picks.push_back(u[0]);
-    }
-    if (picks.empty()) GTEST_SKIP() << "every checked routine is built";
-    size_t called = 0;
-    for (const std::string& r : picks) {
-        for (const family& f : families) {
-            for (const std::string& name : split(f.routines)) {
-                if (name != r) continue;
-                call c(name, f.params);
-                EXPECT_EXIT(run(c), testing::KilledBySignal(SIGABRT), r) << r;
-                ++called;
-            }
-        }
-    }
-    EXPECT_EQ(called, picks.size());
-}
