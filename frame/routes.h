@@ -53,8 +53,11 @@ inline constexpr driver_table drivers = [] {
 #define ZVA_DRIVEN_CDSP false
 #define ZVA_DRIVEN_DRV true
 #define ZVA_DRIVEN_CDRV true
-#define ZVA_DRIVER_CHECK(N, B, R, ...) \
-    static_assert((drivers.N != nullptr) == ZVA_DRIVEN_##R, #N " driver column");
+#define ZVA_DRIVER_CHECK(N, B, R, S, K, KERNEL, DRIVER)                        \
+    static_assert(                                                             \
+        !std::is_null_pointer_v<std::remove_cvref_t<decltype(ZVA_UNPAREN DRIVER)>> == \
+            ZVA_DRIVEN_##R,                                                    \
+        #N " driver column");
 ZVA_ROUTINES(ZVA_DRIVER_CHECK)
 #undef ZVA_DRIVER_CHECK
 
