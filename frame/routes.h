@@ -8,10 +8,7 @@
 #include "gemm/threaded.h"
 #include "level1/drivers.h"
 #include "level2/drivers.h"
-#include "level3/trsm/driver.h"
-#include "level3/syrk/drivers.h"
 #include "level3/drivers.h"
-#include "level3/symm/drivers.h"
 
 namespace zva {
 

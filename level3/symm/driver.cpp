@@ -7,7 +7,8 @@
 #include "frame/scalar.h"
 #include "frame/threads.h"
 #include "gemm/threaded.h"
-#include "level3/symm/drivers.h"
+#include "frame/dispatch.h"
+#include "level3/drivers.h"
 
 namespace zva {
 namespace {

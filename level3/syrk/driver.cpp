@@ -11,7 +11,7 @@
 #include "frame/scalar.h"
 #include "frame/threads.h"
 #include "gemm/threaded.h"
-#include "level3/syrk/drivers.h"
+#include "level3/drivers.h"
 
 namespace zva {
 namespace {

@@ -5,6 +5,7 @@
 #include <omp.h>
 
 #include "frame/threads.h"
+#include "frame/dispatch.h"
 #include "level3/drivers.h"
 
 namespace zva {

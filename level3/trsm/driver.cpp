@@ -2,7 +2,7 @@
 // columns of B on the left, its rows on the right) and every thread runs the
 // serial kernel on its slab, scaling it by alpha itself. A is shared and read
 // by all; there is no barrier and nothing to add up.
-#include "level3/trsm/driver.h"
+#include "level3/drivers.h"
 
 #include <omp.h>
 
