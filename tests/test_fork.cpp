@@ -118,8 +118,9 @@ TEST(ForkThreads, ChildAfterThreadedCalls) {
     EXPECT_STREQ(in_child(calls_are_right), "ok");
     // A child of a child.
     EXPECT_STREQ(in_child([] { return strcmp(in_child(calls_are_right), "ok") == 0; }), "ok");
-    // The parent keeps its team: the other thread does a good part of a
-    // large product.
+    // The parent keeps its team: the other thread does part of a large
+    // product. A lost team gives a share of 0; on a crowded machine the
+    // helper may be descheduled for a while, so the bound is low.
     const int n = 700;
     std::vector<double> a(n * n, 0.5), c(n * n);
     const double one = 1, zero = 0;
@@ -127,7 +128,7 @@ TEST(ForkThreads, ChildAfterThreadedCalls) {
         zva_export<gemm_d>("DGEMM")("N", 1, "N", 1, &n, &n, &n, &one, a.data(), &n, a.data(), &n,
                                     &zero, c.data(), &n);
     });
-    EXPECT_GT(share, 0.3);
+    EXPECT_GT(share, 0.1);
 }
 
 // The same from inside the program's own parallel region: the child is
