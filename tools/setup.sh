@@ -14,6 +14,6 @@ for try in 1 2 3 4 5; do
 done
 apt-get install -y -q --no-install-recommends \
   cmake make g++ g++-multilib googletest binutils qemu-user \
-  gfortran gfortran-multilib libopenblas0-pthread:i386 libblas3:i386 \
+  gfortran gfortran-multilib libopenblas0-pthread:i386 libblas3:i386 liblapack3:i386 \
   gnuplot-nox libblas-test:i386 liblapack-test:i386 \
   libgomp1:i386
