@@ -103,7 +103,26 @@ void plat_tls_set(uint32_t slot, uintptr_t value) {
     pthread_setspecific((pthread_key_t)slot, (void*)value);
 }
 
-uint32_t plat_thread_id() { return (uint32_t)syscall(SYS_gettid); }
+namespace {
+
+// Every scratch request asks for the thread's id: a system call each time
+// would cost more than the bookkeeping it serves. A forked child starts
+// with its parent's copy, hence the reset.
+__attribute__((tls_model("initial-exec"))) thread_local uint32_t own_thread_id;
+pthread_once_t fork_hook = PTHREAD_ONCE_INIT;
+
+void forget_thread_id() { own_thread_id = 0; }
+void install_fork_hook() { pthread_atfork(nullptr, nullptr, forget_thread_id); }
+
+}  // namespace
+
+uint32_t plat_thread_id() {
+    if (own_thread_id == 0) {
+        pthread_once(&fork_hook, install_fork_hook);
+        own_thread_id = (uint32_t)syscall(SYS_gettid);
+    }
+    return own_thread_id;
+}
 
 static uint32_t low_mask(const cpu_set_t& set) {
     uint32_t m = 0;

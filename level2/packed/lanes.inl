@@ -16,8 +16,7 @@
 //                 bit for bit on 2 to 6
 //   dre, dim      real or imaginary part over the pair: movsldup/movddup
 //                 from SSE3 on, shuffles on 2
-//   gathers       element loads joined in registers; branch 7 may use the
-//                 gather instruction for whole vectors (Gath)
+//   gathers       element loads joined in registers
 // Register budget: eight vector registers in 32-bit code; column factors
 // that do not fit next to the accumulators are kept on the stack and enter
 // as memory operands.
@@ -141,21 +140,9 @@ PK_ZI void st(T* p, V<T> v) {
 #endif
         st16<B>(p, low(bits(v)));
 }
-template <int N, bool Gath, class T>
+template <int N, class T>
 PK_ZI V<T> ldg(const T* p, int s) {
     constexpr int B = N * sizeof(T);
-#if ZVA_BRANCH == 7
-    // The gather instruction where whole vectors of reals are asked for.
-    if constexpr (Gath && B == 32 && __is_same(T, double)) {
-        // The masked form, from zeros: the plain one starts from an undefined
-        // register, which the compiler warns about.
-        const __m128i k = _mm_mullo_epi32(_mm_setr_epi32(0, 1, 2, 3), _mm_set1_epi32(s));
-        return _mm256_mask_i32gather_pd(_mm256_setzero_pd(), p, k, _mm256_castsi256_pd(_mm256_set1_epi32(-1)), 8);
-    } else if constexpr (Gath && B == 32 && __is_same(T, float)) {
-        const __m256i k = _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(s));
-        return _mm256_mask_i32gather_ps(_mm256_setzero_ps(), p, k, _mm256_castsi256_ps(_mm256_set1_epi32(-1)), 4);
-    } else
-#endif
 #if ZVA_BRANCH >= 6
     if constexpr (B == 32) {
         return as<T>(_mm256_insertf128_ps(widen(gat16<16>(p, s)), gat16<16>(p + 16 / sizeof(T) * s, s), 1));
@@ -179,9 +166,8 @@ PK_ZI void stg(T* p, int s, V<T> v) {
 }
 
 // A vector of the BLAS: element i at p[i] (Unit) or p[i*s], p already moved
-// to the first logical element by the start rule. Gath: whole vectors by the
-// gather instruction on branch 7.
-template <class T, bool Unit, bool Gath = false>
+// to the first logical element by the start rule.
+template <class T, bool Unit>
 struct vec {
     T* p;
     int s;
@@ -189,19 +175,19 @@ struct vec {
     // The address to align a walk on, or none.
     PK_ZI const T* align_at(int i) const { return Unit ? p + i : nullptr; }
 };
-template <class T, bool Unit, bool Gath>
-vec<T, Unit, Gath> vec_at(const T* p, int n, int inc) {
+template <class T, bool Unit>
+vec<T, Unit> vec_at(const T* p, int n, int inc) {
     // Inputs are only read through this; outputs come in as T* anyway.
     T* q = const_cast<T*>(p);
     return {Unit ? q : q + vec_start(n, inc), inc};
 }
-template <int N, class T, bool U, bool G>
-PK_ZI V<T> ldv(const vec<T, U, G>& x, int i) {
+template <int N, class T, bool U>
+PK_ZI V<T> ldv(const vec<T, U>& x, int i) {
     if constexpr (U) return ld<N>(x.p + i);
-    else return ldg<N, G>(x.p + i * x.s, x.s);
+    else return ldg<N>(x.p + i * x.s, x.s);
 }
-template <int N, class T, bool U, bool G>
-PK_ZI void stv(const vec<T, U, G>& x, int i, V<T> v) {
+template <int N, class T, bool U>
+PK_ZI void stv(const vec<T, U>& x, int i, V<T> v) {
     if constexpr (U) st<N>(x.p + i, v);
     else stg<N>(x.p + i * x.s, x.s, v);
 }

@@ -62,7 +62,7 @@ void scale_y(T* y, int n, int inc, T beta) {
     auto f = [&](auto w, int i, auto) PK_ZL {
         T* p = y + i;
         if (inc == 1) st<w>(p, times(ld<w>(p), b));
-        else stg<w>(y + i * inc, inc, times(ldg<w, false>(y + i * inc, inc), b));
+        else stg<w>(y + i * inc, inc, times(ldg<w>(y + i * inc, inc), b));
     };
     if (inc != 1) {
         y += vec_start(n, inc);
@@ -167,11 +167,11 @@ void spmv(const char* uplo, const int* pn, const T* palpha, const T* ap, const T
     if (is_zero(alpha)) return;
     const bool upper = letter(uplo) == 'U';
     if (incx == 1 && incy == 1) {
-        const vec<T, true> x = vec_at<T, true, false>(px, n, 1), y = vec_at<T, true, false>(py, n, 1);
+        const vec<T, true> x = vec_at<T, true>(px, n, 1), y = vec_at<T, true>(py, n, 1);
         sym_all<T, cplx<T> ? 4 : 2, spmv_group<T>>(n, upper, ap, alpha, x, y);
         return;
     }
-    const vec<T, false> x = vec_at<T, false, false>(px, n, incx), y = vec_at<T, false, false>(py, n, incy);
+    const vec<T, false> x = vec_at<T, false>(px, n, incx), y = vec_at<T, false>(py, n, incy);
     if constexpr (!cplx<T>) sym_all<T, 1, strided_rows>(n, upper, ap, alpha, x, y);
     else if (upper) sym_all<T, 4, strided_rows>(n, upper, ap, alpha, x, y);
     else sym_all<T, 2, strided_rows>(n, upper, ap, alpha, x, y);

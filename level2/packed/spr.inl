@@ -100,10 +100,10 @@ void spr(const char* uplo, const int* pn, const A* palpha, const T* px, const in
     const bool upper = letter(uplo) == 'U';
     const int incx = *pincx;
     if (incx == 1) {
-        const vec<T, true> x = vec_at<T, true, false>(px, n, 1);
+        const vec<T, true> x = vec_at<T, true>(px, n, 1);
         rank_cols<T, A, false>(n, upper, alpha, x, x, ap);
     } else {
-        const vec<T, false> x = vec_at<T, false, false>(px, n, incx);
+        const vec<T, false> x = vec_at<T, false>(px, n, incx);
         rank_cols<T, A, false>(n, upper, alpha, x, x, ap);
     }
 }
@@ -118,10 +118,10 @@ void spr2(const char* uplo, const int* pn, const T* palpha, const T* px, const i
     const bool upper = letter(uplo) == 'U';
     const int incx = *pincx, incy = *pincy;
     if (incx == 1 && incy == 1) {
-        rank_cols<T, T, true>(n, upper, alpha, vec_at<T, true, false>(px, n, 1), vec_at<T, true, false>(py, n, 1), ap);
+        rank_cols<T, T, true>(n, upper, alpha, vec_at<T, true>(px, n, 1), vec_at<T, true>(py, n, 1), ap);
     } else {
-        rank_cols<T, T, true>(n, upper, alpha, vec_at<T, false, false>(px, n, incx),
-                              vec_at<T, false, false>(py, n, incy), ap);
+        rank_cols<T, T, true>(n, upper, alpha, vec_at<T, false>(px, n, incx),
+                              vec_at<T, false>(py, n, incy), ap);
     }
 }
 

@@ -96,8 +96,8 @@ struct tri_m {
 
 // Columns j .. j+K-1 (`col` the first one's entries): the walk over the rows
 // outside the block and the triangle on its diagonal.
-template <class T, bool Solve, int K, bool Unit, bool G>
-void tri_group(const tri_m<T>& m, int j, const T* col, vec<T, Unit, G> x) {
+template <class T, bool Solve, int K, bool Unit>
+void tri_group(const tri_m<T>& m, int j, const T* col, vec<T, Unit> x) {
     const bool up = m.upper;
     const T* a[K];
     for (int k = 0; k < K; ++k) {
@@ -198,8 +198,8 @@ void tri_group(const tri_m<T>& m, int j, const T* col, vec<T, Unit, G> x) {
     }
 }
 
-template <class T, bool Solve, bool Unit, bool G>
-void tri_run(const tri_m<T>& m, vec<T, Unit, G> x) {
+template <class T, bool Solve, bool Unit>
+void tri_run(const tri_m<T>& m, vec<T, Unit> x) {
     constexpr int K = tri_k<T, Solve>;
     const int n = m.n;
     const bool up = m.upper;
@@ -233,8 +233,8 @@ void tri_entry(const char* uplo, const char* trans, const char* diag, int n, con
     if (n == 0) return;
     const char tr = letter(trans);
     const tri_m<T> m{n, letter(uplo) == 'U', tr != 'N', cplx<T> && tr == 'C', letter(diag) == 'N', ap};
-    if (incx == 1) tri_run<T, Solve>(m, vec_at<T, true, false>(px, n, 1));
-    else tri_run<T, Solve>(m, vec_at<T, false, Solve && branch == 7>(px, n, incx));
+    if (incx == 1) tri_run<T, Solve>(m, vec_at<T, true>(px, n, 1));
+    else tri_run<T, Solve>(m, vec_at<T, false>(px, n, incx));
 }
 
 }  // namespace
