@@ -54,8 +54,6 @@ check23() {
 
 # One configuration: branch $1, $2 threads, all 24 BLAS programs.
 blas_config() {
-  dir=$work/b$1t$2
-  mkdir -p "$dir" && cd "$dir" || return 1
   bad=0
   for p in s d c z; do
     for prog in "xblat1$p" "x${p}cblat1"; do
@@ -106,74 +104,78 @@ lapack_in() {
     -e 's/^ZLS    6 .*/ZLS    4\n1 3 4 6/' \
     -e 's/^ZGE 11 .*/ZGE 10\n1 2 3 4 5 6 7 8 9 10/' "$lapackdir/$1"
 }
+# Linear equations of one type ($1), in the current directory.
 lapack_lin() {
+  p=$1
   ok=1
-  for p in s d c z; do
-    set -- "xlintst$p ${p}test.in"
-    [ $p = d ] && set -- "$@" "xlintstds dstest.in"
-    [ $p = z ] && set -- "$@" "xlintstzc zctest.in"
-    [ $p = s ] || set -- "$@" "xlintstrf$p ${p}test_rfp.in"
-    for job in "$@"; do
-      set -- $job
-      lapack_in "$2" >"$2"
-      "$run32" "$lapackdir/$1" <"$2" >"$1.out" 2>&1 &&
-        grep -q 'End of tests' "$1.out" && ! grep -qi 'fail' "$1.out" ||
-        { echo "FAILED $1 < $2"; grep -i -B2 -A2 'fail' "$1.out" | head -60; ok=0; }
-    done
+  set -- "xlintst$p ${p}test.in"
+  [ $p = d ] && set -- "$@" "xlintstds dstest.in"
+  [ $p = z ] && set -- "$@" "xlintstzc zctest.in"
+  [ $p = s ] || set -- "$@" "xlintstrf$p ${p}test_rfp.in"
+  for job in "$@"; do
+    set -- $job
+    lapack_in "$2" >"$2"
+    "$run32" "$lapackdir/$1" <"$2" >"$1.out" 2>&1 &&
+      grep -q 'End of tests' "$1.out" && ! grep -qi 'fail' "$1.out" ||
+      { echo "FAILED $1 < $2"; grep -i -B2 -A2 'fail' "$1.out" | head -60; ok=0; }
   done
-  [ $ok = 1 ]
+  [ $ok = 1 ] && echo "passed: LAPACK linear-equation suites, $p"
 }
 
+# Eigenvalues of one type ($1), in the current directory.
 lapack_eig() {
+  p=$1
   ok=1
-  for p in s d c z; do
-    more=
-    [ $p = s ] && more=sec
-    for f in nep sep se2 ${p}gg ${p}sb ${p}sg ${p}bal ${p}bak ${p}gbal ${p}gbak ${p}bb \
-      glm gqr gsv csd lse $more; do
-      "$run32" "$lapackdir/xeigtst$p" <"$lapackdir/$f.in" >"eig$p-$f.out" 2>&1 &&
-        grep -q 'End of tests' "eig$p-$f.out" && ! grep -qi 'fail' "eig$p-$f.out" ||
-        { echo "FAILED xeigtst$p < $f.in"; grep -i -B2 -A2 'fail' "eig$p-$f.out" | head -60; ok=0; }
-    done
+  more=
+  [ $p = s ] && more=sec
+  for f in nep sep se2 ${p}gg ${p}sb ${p}sg ${p}bal ${p}bak ${p}gbal ${p}gbak ${p}bb \
+    glm gqr gsv csd lse $more; do
+    "$run32" "$lapackdir/xeigtst$p" <"$lapackdir/$f.in" >"eig$p-$f.out" 2>&1 &&
+      grep -q 'End of tests' "eig$p-$f.out" && ! grep -qi 'fail' "eig$p-$f.out" ||
+      { echo "FAILED xeigtst$p < $f.in"; grep -i -B2 -A2 'fail' "eig$p-$f.out" | head -60; ok=0; }
   done
-  [ $ok = 1 ]
+  [ $ok = 1 ] && echo "passed: LAPACK eigenvalue suites, $p"
 }
 
-status=0
+# One job of the list, in a directory of its own.
+run_job() {
+  mkdir -p "$work/$1" && cd "$work/$1" || return 1
+  case $1 in
+  blas-*) blas_config $2 $3 ;;
+  lin-*) lapack_lin $2 ;;
+  eig-*) lapack_eig $2 ;;
+  esac
+}
+
+jobs=
 for w in $what; do
   case $w in
   blas)
-    # Two configurations at a time, one per core.
-    set --
     for t in ${NETLIB_THREADS:-1 2}; do
-      for b in ${NETLIB_BRANCHES:-2 3 4 5 6 7}; do set -- "$@" "$b:$t"; done
-    done
-    while [ $# -gt 0 ]; do
-      blas_config "${1%:*}" "${1#*:}" >"$work/c1.log" 2>&1 &
-      p1=$!
-      p2=
-      if [ $# -gt 1 ]; then
-        blas_config "${2%:*}" "${2#*:}" >"$work/c2.log" 2>&1 &
-        p2=$!
-      fi
-      wait $p1 || status=1
-      cat "$work/c1.log"
-      if [ -n "$p2" ]; then
-        wait $p2 || status=1
-        cat "$work/c2.log"
-        shift
-      fi
-      shift
+      for b in ${NETLIB_BRANCHES:-2 3 4 5 6 7}; do jobs="$jobs blas-$b-$t"; done
     done
     ;;
-  lapack)
-    mkdir -p "$work/lapack" && cd "$work/lapack" &&
-      (lapack_lin && echo "passed: LAPACK linear-equation suites") &
-    pid=$!
-    mkdir -p "$work/eig" && cd "$work/eig" &&
-      (lapack_eig && echo "passed: LAPACK eigenvalue suites") || status=1
-    wait $pid || status=1
-    ;;
+  lapack) jobs="$jobs lin-s lin-d lin-c lin-z eig-s eig-d eig-c eig-z" ;;
   esac
 done
-exit $status
+
+# As many lanes as processors, each taking every lanes-th job in turn; the
+# reports follow in the order of the list.
+lanes=$(nproc)
+lane=0
+while [ $lane -lt $lanes ]; do
+  (
+    k=0
+    for job in $jobs; do
+      if [ $((k % lanes)) = $lane ]; then
+        (run_job $job $(echo $job | tr - ' ' | cut -d' ' -f2-)) >"$work/$job.log" 2>&1 ||
+          touch "$work/failed"
+      fi
+      k=$((k + 1))
+    done
+  ) &
+  lane=$((lane + 1))
+done
+wait
+for job in $jobs; do cat "$work/$job.log"; done
+[ ! -e "$work/failed" ]
