@@ -515,7 +515,7 @@ TYPED_TEST(Gemm, NoMemoryFallsBackToThePlainMultiply) {
     if (!getenv("ZVA_TEST_NO_MEMORY")) GTEST_SKIP() << "needs the refusing allocator";
     const int b = test_branch();
     const char* tag = b >= 4 ? "xgemm" : kind<T>::cplx ? (sizeof(T) == 16 ? "xzgemm" : "xcgemm") : "xsgemm";
-    problem<T> p('N', 'C', 200, 150, 300, alpha_of<T>(2), beta_of<T>(2));
+    problem<T> p('N', 'C', 200, 150, 140, alpha_of<T>(2), beta_of<T>(2));
     testing::internal::CaptureStdout();
     p.run();
     const std::string out = testing::internal::GetCapturedStdout();

@@ -241,8 +241,10 @@ TYPED_TEST(Syrk, BlockAndStripSizes) {
 
 TYPED_TEST(Syrk, LargeOrders) {
     const char* letters = TypeParam::letters();
-    check<TypeParam>('U', letters[0], false, 300, 40, 3, 3, 1);
-    check<TypeParam>('L', letters[1], true, 280, 30, 3, 1, 0);
+    // Orders across the blocks of 128 and 256; k small, its chunks are
+    // crossed above.
+    check<TypeParam>('U', letters[0], false, 300, 7, 3, 3, 1);
+    check<TypeParam>('L', letters[1], true, 280, 5, 3, 1, 0);
     if (__is_same(typename TypeParam::T, double) && !TypeParam::herm) {
         // All four levels of DSYRK down to the leaves, and the top block's
         // one-column remainder; then several chunks of k on each level.
@@ -272,8 +274,8 @@ TYPED_TEST(Syrk, NoMemoryKeepsTheResult) {
     omp_set_num_threads(1);
     for (bool two : {false, true}) {
         testing::internal::CaptureStdout();
-        check<TypeParam>('U', TypeParam::letters()[1], two, 200, 20, 3, 3);
-        check<TypeParam>('L', 'N', two, 150, 30, 1, 2);
+        check<TypeParam>('U', TypeParam::letters()[1], two, 200, 5, 3, 3);
+        check<TypeParam>('L', 'N', two, 150, 7, 1, 2);
         const std::string out = testing::internal::GetCapturedStdout();
         // DSYRK on branches 4 to 7 and ZHERK have no temporary block.
         using T = typename TypeParam::T;
