@@ -108,6 +108,14 @@ lapack_in() {
     -e 's/^ZLS    6 .*/ZLS    4\n1 3 4 6/' \
     -e 's/^ZGE 11 .*/ZGE 10\n1 2 3 4 5 6 7 8 9 10/' "$lapackdir/$1"
 }
+# One LAPACK test program ($1) on an input file ($2) into $3: it passes when
+# it reaches its end and no line says it failed.
+lapack_run() {
+  "$run32" "$lapackdir/$1" <"$2" >"$3" 2>&1 &&
+    grep -q 'End of tests' "$3" && ! grep -qi 'fail' "$3" ||
+    { echo "FAILED $1 < $2"; grep -i -B2 -A2 'fail' "$3" | head -60; return 1; }
+}
+
 # Linear equations of one type ($1), in the current directory.
 lapack_lin() {
   p=$1
@@ -119,9 +127,7 @@ lapack_lin() {
   for job in "$@"; do
     set -- $job
     lapack_in "$2" >"$2"
-    "$run32" "$lapackdir/$1" <"$2" >"$1.out" 2>&1 &&
-      grep -q 'End of tests' "$1.out" && ! grep -qi 'fail' "$1.out" ||
-      { echo "FAILED $1 < $2"; grep -i -B2 -A2 'fail' "$1.out" | head -60; ok=0; }
+    lapack_run "$1" "$2" "$1.out" || ok=0
   done
   [ $ok = 1 ] && echo "passed: LAPACK linear-equation suites, $p"
 }
@@ -135,9 +141,7 @@ lapack_eig() {
   for f in nep sep se2 ${p}gg ${p}sb ${p}sg ${p}bal ${p}bak ${p}gbal ${p}gbak ${p}bb \
     glm gqr gsv csd lse $more; do
     lapack_in "$f.in" >"$f.in"
-    "$run32" "$lapackdir/xeigtst$p" <"$f.in" >"eig$p-$f.out" 2>&1 &&
-      grep -q 'End of tests' "eig$p-$f.out" && ! grep -qi 'fail' "eig$p-$f.out" ||
-      { echo "FAILED xeigtst$p < $f.in"; grep -i -B2 -A2 'fail' "eig$p-$f.out" | head -60; ok=0; }
+    lapack_run "xeigtst$p" "$f.in" "eig$p-$f.out" || ok=0
   done
   [ $ok = 1 ] && echo "passed: LAPACK eigenvalue suites, $p"
 }

@@ -121,11 +121,6 @@ template <class L> BAND_ZI typename L::v acc(typename L::v s, typename L::v a, c
     else return L::add(s, cmul<L>(a, f));
 }
 
-// W elements inc apart, by element loads: on Zen 3 the gather instruction
-// made strided DTBMV and DTPSV 1.2 to 1.9 times slower, and qemu-i386 7.2
-// faults on it in some loops although every lane is inside the operand.
-template <class L> BAND_ZI typename L::v gath(const typename L::T* p, int inc) { return L::gather(p, inc); }
-
 // Sum of the lanes; complex: the real part from a*x (its odd lanes
 // subtracted, or added where conjugated) and the imaginary part from
 // a*swap(x) (odd lanes added, or subtracted where conjugated).
@@ -214,7 +209,9 @@ BAND_ZI void cols(int len, const T* const* a, const fac<T>* t, T* y, int incy, c
             L::store(yp, v);
         }
         if constexpr (Dot) {
-            const typename L::v xv = Unit ? L::load(x + i) : gath<L>(x + i * incx, incx);
+            // Element loads, not the gather instruction: on Zen 3 that made
+            // strided DTBMV 1.9 times slower, and qemu-i386 7.2 faults on it.
+            const typename L::v xv = Unit ? L::load(x + i) : L::gather(x + i * incx, incx);
             constexpr bool wide = __is_same(L, V);
             for (int c = 0; c < C; ++c) {
                 auto& sc = [&]() -> auto& {
